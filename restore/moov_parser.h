@@ -1,0 +1,65 @@
+#pragma once
+// MoovParser: reads an index file's header (version, stream descriptions) and hands out its
+// packet lines one at a time, with the byte-offset progress through the file.
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+
+struct StreamDesc {
+    int index = 0;
+    char codec[16] = {0};
+    char format[16] = {0};  // pixel format (video) or sample format (audio) name
+    char* extradata = nullptr;  // the `ev` text, owned; null when absent
+    int tb_num = 0;
+    int tb_den = 0;
+};
+
+struct AudioDesc : StreamDesc {
+    int sample_rate = 0;
+    int channels = 0;
+    int frame_size = 0;
+};
+
+struct VideoDesc : StreamDesc {
+    int width = 0;
+    int height = 0;
+};
+
+class MoovParser {
+public:
+    static constexpr int kLineMax = 8192;
+
+    MoovParser();
+    virtual ~MoovParser();
+    MoovParser(const MoovParser&) = delete;
+    MoovParser& operator=(const MoovParser&) = delete;
+
+    void Reset();
+    // Reads the header part; false (with an [E] line) when the file is unusable.
+    bool Parse(const char* path);
+    // Rewrites the video `ev` into an AVC decoder configuration record (base64).
+    bool BuildAvcConfig();
+    // The next packet line (valid until the next call), or null at the end.
+    const char* NextLine();
+    // Byte offset of the line last handed out over the file size; 0.0 for an empty file.
+    double Progress() const;
+
+    int version() const { return version_; }
+    int header_lines() const { return header_lines_; }
+    int line_number() const { return line_number_; }
+    const AudioDesc& audio() const { return audio_; }
+    const VideoDesc& video() const { return video_; }
+
+private:
+    char* line_ = nullptr;
+    int header_lines_ = 0;
+    char* path_ = nullptr;
+    FILE* file_ = nullptr;
+    int version_ = 0;
+    AudioDesc audio_;
+    VideoDesc video_;
+    int64_t total_size_ = 0;
+    int64_t position_ = 0;
+    int line_number_ = 0;
+};

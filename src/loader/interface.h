@@ -1,0 +1,34 @@
+#pragma once
+// zp::Interface: a module that creates and releases its own set of components.
+
+#include <string>
+
+#include "loader/content.h"
+
+namespace zp {
+
+// What a module borrows from the root: application record, shared store, bus and channel.
+struct ParentSet {
+    App* app = nullptr;
+    Data* data = nullptr;
+    Signal* signal = nullptr;
+    Channel* channel = nullptr;
+};
+
+class Interface : public Content {
+public:
+    ~Interface() override = default;
+
+protected:
+    // Creates the components in the framework's fixed order, with this module's config, log
+    // and trace files under `base`. Succeeds at once when they already exist.
+    bool create_components(const std::string& base, const ParentSet& parent);
+    // Deletes what the module owns and clears what it borrowed (another module's teardown).
+    void release_components();
+    // Paths chosen by create_components.
+    std::string config_path_;
+    std::string log_path_;
+    std::string trace_path_;
+};
+
+}  // namespace zp

@@ -1,0 +1,10 @@
+// Thread ids on Windows.
+#include <windows.h>
+
+#include "sync/thread_id.h"
+
+namespace zp {
+
+uint32_t current_thread_id() { return static_cast<uint32_t>(GetCurrentThreadId()); }
+
+}  // namespace zp
