@@ -26,6 +26,9 @@ public:
 
     // First writeable of the four candidates, resolved once and cached. Empty when none.
     static std::string base_dir();
+
+protected:
+    bool is_root_module() const override { return true; }
 };
 
 // Overrides the configuration and log directory for the next resolution.

@@ -1,0 +1,65 @@
+// zp::Interface: a module's components, created in the framework's fixed order.
+#include "loader/interface.h"
+
+#include <cstdio>
+
+#include "config/config.h"
+#include "log/logger.h"
+#include "utils/utils.h"
+#include "zephra_init.h"
+
+namespace zp {
+
+namespace {
+
+uint32_t g_moduleCounter = 0;
+
+}  // namespace
+
+bool Interface::create_components(const std::string& base, const LogSettings& log,
+                                  const ParentSet& parent) {
+    if (created()) return true;
+    index_ = static_cast<uint16_t>(g_moduleCounter++);
+
+    Utils* u = Utils::instance();
+    const std::string date = u->now_str("%Y-%m-%d");
+    config_path_ = base + "/conf/" + name_ + ".conf";
+    log_path_ = base + "/log/" + name_ + date + ".log";
+    trace_path_ = base + "/log/" + name_ + date + ".tcr";
+
+    Admin* root = ppCD;
+    app = parent.app;
+    signal_borrowed = parent.signal;
+    channel = parent.channel;
+    config = new Config(config_path_.c_str(), root);
+    logger = new Logger(log_path_.c_str(), root);
+    logger->set_level(log.level);
+    logger->set_tag(log.tag.c_str());
+    if (log.to_stdout) logger->set_stream(stdout);
+    utils = u;
+
+    if (is_root_module()) {
+        set_flag(kCreated);
+        return true;
+    }
+    set_flag(kCreated);
+    if (!init()) {
+        uninit();
+        return false;
+    }
+    return true;
+}
+
+void Interface::release_components() {
+    delete config;
+    config = nullptr;
+    delete logger;
+    logger = nullptr;
+    // Utils is the process-wide instance: only the root releases it.
+    utils = nullptr;
+    app = nullptr;
+    signal_borrowed = nullptr;
+    channel = nullptr;
+}
+
+}  // namespace zp
