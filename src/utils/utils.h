@@ -204,4 +204,10 @@ std::string local_data_dir();
 // Creates a directory and its missing parents (mode 0777); true when it exists afterwards.
 bool make_dirs(const char* path);
 
+// The one-shot hook that fire_hook_once calls: (1, its argument, a zeroed scratch buffer of
+// kOnceHookScratch bytes). Installing arms it; a null hook disarms it.
+using OnceHook = void (*)(int code, void* arg, char* scratch);
+constexpr int kOnceHookScratch = 256;
+void set_once_hook(OnceHook hook);
+
 }  // namespace zp
