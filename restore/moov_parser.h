@@ -10,7 +10,7 @@ struct StreamDesc {
     int index = 0;
     char codec[16] = {0};
     char format[16] = {0};  // pixel format (video) or sample format (audio) name
-    char* extradata = nullptr;  // the `ev` text, owned; null when absent
+    char* extradata = nullptr;  // the `ev` text, owned; null when absent or empty
     int tb_num = 0;
     int tb_den = 0;
 };
@@ -50,6 +50,9 @@ public:
     int line_number() const { return line_number_; }
     const AudioDesc& audio() const { return audio_; }
     const VideoDesc& video() const { return video_; }
+    // Whether a description of that type was read (with or without extradata).
+    bool has_audio() const { return has_audio_; }
+    bool has_video() const { return has_video_; }
 
 private:
     char* line_ = nullptr;
@@ -62,4 +65,6 @@ private:
     int64_t total_size_ = 0;
     int64_t position_ = 0;
     int line_number_ = 0;
+    bool has_audio_ = false;
+    bool has_video_ = false;
 };
