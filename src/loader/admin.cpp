@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "config/config.h"
+#include "crypt/crypt.h"
 #include "log/log.h"
 #include "utils/utils.h"
 #include "value/value.h"
@@ -88,6 +89,8 @@ Admin::~Admin() {
 
     delete config;
     config = nullptr;
+    delete crypt;
+    crypt = nullptr;
 
     app = nullptr;
     data_auth = nullptr;  // cleared only; the root goes away at process exit

@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "config/config.h"
+#include "crypt/crypt.h"
 #include "log/logger.h"
 #include "utils/utils.h"
 #include "zephra_init.h"
@@ -37,6 +38,7 @@ bool Interface::create_components(const std::string& base, const LogSettings& lo
     logger->set_tag(log.tag.c_str());
     if (log.to_stdout) logger->set_stream(stdout);
     utils = u;
+    crypt = new Crypt(root);
 
     if (is_root_module()) {
         set_flag(kCreated);
@@ -55,6 +57,8 @@ void Interface::release_components() {
     config = nullptr;
     delete logger;
     logger = nullptr;
+    delete crypt;
+    crypt = nullptr;
     // Utils is the process-wide instance: only the root releases it.
     utils = nullptr;
     app = nullptr;
