@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <functional>
 
+#include "restore/repair_engine.h"
 #include "zephra_init.h"
 
 namespace {
@@ -26,7 +27,14 @@ int main(int argc, char** argv) {
     if (argc == 2) {
         // Option-text form: arrives with the index-file reader.
     } else if (argc == 4) {
-        // Positional form: arrives with the repair engine.
+        char* broken = argv[1];
+        char* moov = argv[2];
+        char* output = argv[3];
+        auto repair = [broken, moov, output] {
+            RepairEngine engine;
+            engine.Run(broken, moov, output);
+        };
+        repair();
     }
 
     printf("End\n");
