@@ -1,0 +1,97 @@
+// Registry values under HKEY_CURRENT_USER through the wide registry calls.
+#include <windows.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "utils/registry.h"
+
+namespace zp {
+
+namespace {
+
+std::wstring wide(const char* s) {
+    if (s == nullptr || *s == '\0') return std::wstring();
+    const int len = static_cast<int>(strlen(s));
+    const int n = MultiByteToWideChar(CP_UTF8, 0, s, len, nullptr, 0);
+    if (n <= 0) return std::wstring();
+    std::wstring w(static_cast<size_t>(n), L'\0');
+    MultiByteToWideChar(CP_UTF8, 0, s, len, &w[0], n);
+    return w;
+}
+
+std::string narrow(const wchar_t* w) {
+    const int len = static_cast<int>(wcslen(w));
+    if (len == 0) return std::string();
+    const int n = WideCharToMultiByte(CP_UTF8, 0, w, len, nullptr, 0, nullptr, nullptr);
+    if (n <= 0) return std::string();
+    std::string s(static_cast<size_t>(n), '\0');
+    WideCharToMultiByte(CP_UTF8, 0, w, len, &s[0], n, nullptr, nullptr);
+    return s;
+}
+
+}  // namespace
+
+int reg_get(const char* path, const char* name, char* buf, int capacity) {
+    if (buf != nullptr && capacity > 0) memset(buf, 0, static_cast<size_t>(capacity));
+    HKEY key = nullptr;
+    if (RegOpenKeyExW(HKEY_CURRENT_USER, wide(path).c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS) {
+        reg_detail::report_open(path);
+        return -1;
+    }
+    LONG rc = ERROR_INVALID_PARAMETER;
+    std::vector<wchar_t> data;
+    if (buf != nullptr && capacity > 0) {
+        // capacity wide characters are queried; one more stays zero as the terminator.
+        data.assign(static_cast<size_t>(capacity) + 1, L'\0');
+        DWORD bytes = static_cast<DWORD>(capacity) * 2;
+        DWORD type = 0;
+        rc = RegQueryValueExW(key, wide(name).c_str(), nullptr, &type, reinterpret_cast<LPBYTE>(data.data()),
+                              &bytes);
+    }
+    RegCloseKey(key);
+    if (rc != ERROR_SUCCESS) {
+        reg_detail::report_query(name);
+        return -1;
+    }
+    reg_detail::copy_value(narrow(data.data()), buf, capacity);
+    return 0;
+}
+
+int reg_set(const char* path, const char* name, const char* value) {
+    HKEY key = nullptr;
+    if (RegCreateKeyExW(HKEY_CURRENT_USER, wide(path).c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
+                        KEY_ALL_ACCESS, nullptr, &key, nullptr) != ERROR_SUCCESS) {
+        reg_detail::report_create(path);
+        return -1;
+    }
+    const std::wstring text = wide(value);
+    // REG_SZ without its terminating NUL: twice the number of UTF-16 units.
+    const LONG rc = RegSetValueExW(key, wide(name).c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()),
+                                   static_cast<DWORD>(text.size() * 2));
+    RegCloseKey(key);
+    if (rc != ERROR_SUCCESS) {
+        reg_detail::report_set(name, value);
+        return -1;
+    }
+    return 0;
+}
+
+int reg_delete(const char* path, const char* name) {
+    HKEY key = nullptr;
+    const REGSAM access = KEY_QUERY_VALUE | KEY_SET_VALUE | KEY_CREATE_SUB_KEY | STANDARD_RIGHTS_READ;
+    if (RegOpenKeyExW(HKEY_CURRENT_USER, wide(path).c_str(), 0, access, &key) != ERROR_SUCCESS) {
+        reg_detail::report_open_for_delete(path, name);
+        return -1;
+    }
+    const LONG rc = RegDeleteValueW(key, wide(name).c_str());
+    RegCloseKey(key);
+    if (rc != ERROR_SUCCESS) {
+        reg_detail::report_delete(name);
+        return -1;
+    }
+    return 0;
+}
+
+}  // namespace zp
