@@ -11,6 +11,7 @@
 #include "restore/ffmpeg_compat.h"
 #include "restore/packet_entry.h"
 #include "utils/file_offset.h"
+#include "utils/same_file.h"
 #include "utils/utils.h"
 
 namespace {
@@ -99,6 +100,15 @@ bool DescribeStream(AVStream* stream, const StreamDesc& desc, bool video) {
     return true;
 }
 
+// Any spelling or link of an input counts, and so does FFmpeg's own "file:" form of a path.
+bool OutputIsInput(const char* output, const char* broken, const char* moov) {
+    if (!output) return false;
+    const char* plain = strncmp(output, "file:", 5) == 0 ? output + 5 : output;
+    for (const char* path : {output, plain})
+        if (zp::same_file(path, broken) || zp::same_file(path, moov)) return true;
+    return false;
+}
+
 }  // namespace
 
 RepairEngine::RepairEngine() {
@@ -113,6 +123,12 @@ RepairEngine::~RepairEngine() {
 }
 
 void RepairEngine::Run(const char* broken_file, const char* moov_file, const char* output_file) {
+    // Checked before anything is opened for writing: the muxer would truncate an input first.
+    if (OutputIsInput(output_file, broken_file, moov_file)) {
+        ZP_LOGE("输出文件与输入文件相同，拒绝写入: %s", output_file);
+        fprintf(stderr, "Refusing to write output over an input file: '%s'\n", output_file);
+        return;
+    }
     FILE* broken = zp::Utils::instance()->open_file(broken_file, "rb");
     if (!broken) {
         ZP_LOGE("无法打开mdata文件: %s", broken_file);

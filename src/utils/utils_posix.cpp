@@ -151,7 +151,15 @@ char* tokenize(char* s, const char* delims, char** context) { return strtok_r(s,
 
 FILE* Utils::open_file(const char* path, const char* mode) {
     if (path == nullptr || mode == nullptr) return nullptr;
-    return fopen(path, mode);
+    FILE* f = fopen(path, mode);
+    // A directory opens for reading here but not on Windows; readers would only see errors.
+    struct stat st;
+    if (f != nullptr && fstat(fileno(f), &st) == 0 && S_ISDIR(st.st_mode)) {
+        fclose(f);
+        errno = EISDIR;
+        return nullptr;
+    }
+    return f;
 }
 
 int Utils::remove_file(const char* path) { return path != nullptr ? remove(path) : -1; }

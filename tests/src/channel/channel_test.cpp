@@ -1,0 +1,246 @@
+// zp::Blocking_IO and zp::Channel: order, time-outs, abort, 32-byte messages, named channels,
+// and many producers and consumers on one queue.
+#include "channel/channel.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <future>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "channel/blocking_io.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using zp::Blocking_IO;
+using zp::Channel;
+using zp::ChannelMessage;
+
+// Joins a future or ends the run: a consumer that never wakes must not hang the suite.
+template <typename T>
+T must_finish(std::future<T>& f, const char* what) {
+    if (f.wait_for(10s) != std::future_status::ready) {
+        fprintf(stderr, "still blocked: %s\n", what);
+        std::abort();
+    }
+    return f.get();
+}
+
+ChannelMessage message(uint32_t a, uint32_t b) {
+    ChannelMessage m;
+    memcpy(m.bytes, &a, 4);
+    memcpy(m.bytes + 4, &b, 4);
+    for (int i = 8; i < 32; ++i) m.bytes[i] = static_cast<uint8_t>(a + b + i);
+    return m;
+}
+
+TEST(BlockingIOTest, StringsComeOutInOrder) {
+    Blocking_IO q;
+    for (const char* s : {"one", "", "three", "four"}) EXPECT_TRUE(q.push(s));
+    EXPECT_EQ(q.pop(), "one");
+    EXPECT_EQ(q.pop_for(0), "");
+    EXPECT_EQ(q.pop_for(100), "three");
+    EXPECT_EQ(q.pop(), "four");
+    EXPECT_EQ(q.pop_for(0), "");
+}
+
+TEST(BlockingIOTest, TimedPopWaitsAtLeastItsTimeout) {
+    Blocking_IO q;
+    auto t0 = std::chrono::steady_clock::now();
+    EXPECT_EQ(q.pop_for(60), "");
+    EXPECT_GE(std::chrono::steady_clock::now() - t0, 60ms);
+}
+
+TEST(BlockingIOTest, TimedPopTakesWhatArrivesWhileWaiting) {
+    Blocking_IO q;
+    auto consumer = std::async(std::launch::async, [&] { return q.pop_for(10000); });
+    std::this_thread::sleep_for(20ms);
+    ASSERT_TRUE(q.push("late"));
+    EXPECT_EQ(must_finish(consumer, "pop_for"), "late");
+}
+
+TEST(BlockingIOTest, AbortIsFinalAndDropsWhatIsQueued) {
+    Blocking_IO q;
+    ASSERT_TRUE(q.push("kept?"));
+    EXPECT_FALSE(q.is_aborted());
+    q.abort();
+    q.abort();
+    EXPECT_TRUE(q.is_aborted());
+    EXPECT_FALSE(q.push("late"));
+    EXPECT_EQ(q.pop(), "");
+    EXPECT_EQ(q.pop_for(1000), "");
+}
+
+TEST(BlockingIOTest, AbortWakesEveryWaitingConsumer) {
+    Blocking_IO q;
+    std::atomic<int> started{0};
+    std::vector<std::future<std::string>> waiting;
+    for (int i = 0; i < 6; ++i) {
+        waiting.push_back(std::async(std::launch::async, [&, i] {
+            ++started;
+            return i % 2 ? q.pop() : q.pop_for(60000);
+        }));
+    }
+    while (started < 6) std::this_thread::yield();
+    std::this_thread::sleep_for(30ms);  // let them reach the wait
+    q.abort();
+    for (auto& f : waiting) EXPECT_EQ(must_finish(f, "pop after abort"), "");
+}
+
+TEST(BlockingIOTest, DestructionWakesConsumersFirst) {
+    auto* q = new Blocking_IO;
+    q->push("x");
+    EXPECT_EQ(q->pop(), "x");
+    delete q;  // nothing waits: only the order abort-then-free is exercised
+}
+
+// Four producers and four consumers: every message arrives exactly once, and each consumer
+// sees every producer's messages in the order they were sent.
+TEST(BlockingIOTest, ManyProducersAndConsumersLoseAndDuplicateNothing) {
+    constexpr int kProducers = 4, kConsumers = 4, kEach = 4000;
+    Blocking_IO q;
+    std::vector<std::future<std::vector<std::string>>> consumers;
+    for (int c = 0; c < kConsumers; ++c) {
+        consumers.push_back(std::async(std::launch::async, [&, c] {
+            std::vector<std::string> got;
+            for (;;) {
+                std::string s = c % 2 ? q.pop() : q.pop_for(50);
+                if (s == "stop") break;
+                if (!s.empty()) got.push_back(s);
+            }
+            return got;
+        }));
+    }
+    std::vector<std::thread> producers;
+    for (int p = 0; p < kProducers; ++p) {
+        producers.emplace_back([&, p] {
+            for (int i = 0; i < kEach; ++i) q.push(std::to_string(p) + ":" + std::to_string(i));
+        });
+    }
+    for (auto& t : producers) t.join();
+    for (int c = 0; c < kConsumers; ++c) q.push("stop");
+
+    std::set<std::string> all;
+    size_t total = 0;
+    for (auto& f : consumers) {
+        std::vector<std::string> got = must_finish(f, "consumer");
+        int last[kProducers] = {-1, -1, -1, -1};
+        for (const std::string& s : got) {
+            int p = std::stoi(s.substr(0, s.find(':')));
+            int i = std::stoi(s.substr(s.find(':') + 1));
+            EXPECT_GT(i, last[p]) << s;
+            last[p] = i;
+            all.insert(s);
+        }
+        total += got.size();
+    }
+    EXPECT_EQ(total, size_t{kProducers * kEach});
+    EXPECT_EQ(all.size(), size_t{kProducers * kEach});
+}
+
+TEST(ChannelTest, MessagesTravelWhole) {
+    Channel ch(nullptr);
+    ASSERT_TRUE(ch.send(message(1, 2)));
+    ASSERT_TRUE(ch.send(message(3, 4)));
+    ChannelMessage got;
+    ASSERT_EQ(ch.receive(&got), 1);
+    EXPECT_EQ(memcmp(got.bytes, message(1, 2).bytes, 32), 0);
+    ASSERT_EQ(ch.receive_for(&got, 0), 1);
+    EXPECT_EQ(memcmp(got.bytes, message(3, 4).bytes, 32), 0);
+}
+
+TEST(ChannelTest, WrongSizedStringsTimeOutsAndAbortLeaveTheMessageUntouched) {
+    Channel ch(nullptr);
+    const ChannelMessage before = message(7, 7);
+    ChannelMessage got = before;
+
+    ASSERT_TRUE(ch.io().push(std::string(31, 'x')));
+    EXPECT_EQ(ch.receive(&got), 0);
+    ASSERT_TRUE(ch.io().push(std::string(33, 'x')));
+    EXPECT_EQ(ch.receive_for(&got, 100), 0);
+    EXPECT_EQ(ch.receive_for(&got, 0), 0);
+    EXPECT_EQ(memcmp(got.bytes, before.bytes, 32), 0);
+
+    ch.abort();
+    EXPECT_TRUE(ch.is_aborted());
+    EXPECT_FALSE(ch.send(message(1, 1)));
+    EXPECT_EQ(ch.receive(&got), 0);
+    EXPECT_EQ(memcmp(got.bytes, before.bytes, 32), 0);
+}
+
+TEST(ChannelTest, SameNameGivesTheSameChannelFromAnyThread) {
+    Channel root(nullptr);
+    std::vector<std::future<Channel*>> askers;
+    for (int i = 0; i < 8; ++i)
+        askers.push_back(std::async(std::launch::async, [&] { return root.get("jobs").get(); }));
+    Channel* jobs = root.get(std::string("jobs")).get();
+    for (auto& f : askers) EXPECT_EQ(must_finish(f, "get"), jobs);
+    EXPECT_NE(root.get("other").get(), jobs);
+    EXPECT_NE(jobs, &root);
+
+    // A message sent through one holder reaches another.
+    ASSERT_TRUE(root.get("jobs")->send(message(5, 6)));
+    ChannelMessage got;
+    ASSERT_EQ(jobs->receive_for(&got, 1000), 1);
+    EXPECT_EQ(memcmp(got.bytes, message(5, 6).bytes, 32), 0);
+}
+
+TEST(ChannelTest, AbortReachesReceiversOfNamedChannels) {
+    Channel root(nullptr);
+    std::shared_ptr<Channel> named = root.get("events");
+    auto receiver = std::async(std::launch::async, [&] {
+        ChannelMessage m;
+        return named->receive(&m);
+    });
+    std::this_thread::sleep_for(20ms);
+    root.abort();
+    EXPECT_EQ(must_finish(receiver, "named receive"), 0);
+    EXPECT_TRUE(named->is_aborted());
+}
+
+TEST(ChannelTest, ReceiversAcrossThreadsGetEveryMessageOnce) {
+    constexpr int kSenders = 3, kReceivers = 3, kEach = 2000;
+    Channel ch(nullptr);
+    std::vector<std::future<std::vector<uint64_t>>> receivers;
+    for (int r = 0; r < kReceivers; ++r) {
+        receivers.push_back(std::async(std::launch::async, [&] {
+            std::vector<uint64_t> got;
+            ChannelMessage m;
+            while (ch.receive(&m) == 1) {
+                uint32_t a, b;
+                memcpy(&a, m.bytes, 4);
+                memcpy(&b, m.bytes + 4, 4);
+                if (a == 0xFFFFFFFFu) break;
+                EXPECT_EQ(memcmp(m.bytes, message(a, b).bytes, 32), 0);
+                got.push_back((uint64_t{a} << 32) | b);
+            }
+            return got;
+        }));
+    }
+    std::vector<std::thread> senders;
+    for (uint32_t s = 0; s < kSenders; ++s)
+        senders.emplace_back([&, s] {
+            for (uint32_t i = 0; i < kEach; ++i) ASSERT_TRUE(ch.send(message(s, i)));
+        });
+    for (auto& t : senders) t.join();
+    for (int r = 0; r < kReceivers; ++r) ch.send(message(0xFFFFFFFFu, 0));
+    std::set<uint64_t> all;
+    size_t total = 0;
+    for (auto& f : receivers) {
+        auto got = must_finish(f, "receiver");
+        total += got.size();
+        all.insert(got.begin(), got.end());
+    }
+    EXPECT_EQ(total, size_t{kSenders * kEach});
+    EXPECT_EQ(all.size(), size_t{kSenders * kEach});
+}
+
+}  // namespace
