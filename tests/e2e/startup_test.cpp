@@ -5,8 +5,6 @@
 #include <set>
 #include <string>
 
-#include <unistd.h>
-
 #include "support/test_support.h"
 
 namespace {
@@ -81,10 +79,12 @@ TEST(StartupTest, FirstRunWritesDefaultsAndDoneLine) {
     const std::string log_path = only_log_file(base / "log");
     ASSERT_FALSE(log_path.empty());
     auto lines = lines_of(read_file(log_path));
-    ASSERT_GE(lines.size(), 2u);
+    ASSERT_GE(lines.size(), 3u);
+    EXPECT_EQ(lines.back(), "") << "the logger ends its file with an empty line";
+    lines.pop_back();
     EXPECT_EQ(lines[0].rfind("------------------------- ", 0), 0u);
     EXPECT_TRUE(std::regex_match(lines.back(),
-                                 std::regex(R"(\d{4}-\d{2}:\d{2}:\d{2}\[E\]\[zp\] admin\.cpp \d{3,4}: "Done!")")))
+                                 std::regex(R"(\d{4}-\d{2}:\d{2}:\d{2}\[E\]\[zp\] admin\.cpp [\d ]{4}: "Done!")")))
         << lines.back();
     // The start-up and shut-down messages keep their order.
     const std::string text = read_file(log_path);
@@ -119,11 +119,10 @@ TEST(StartupTest, LogStdoutSendsLinesToStandardOutput) {
 }
 
 TEST(StartupTest, ReadOnlyCandidateIsPassedOver) {
-    if (getuid() == 0) GTEST_SKIP() << "root writes into read-only directories";
     TempDir home;
     const fs::path state = home.path() / "state" / "kinefix";
-    fs::create_directories(state);
-    fs::permissions(state, fs::perms::owner_read | fs::perms::owner_exec);
+    // A directory where the probe file should go defeats the probe even for root.
+    fs::create_directories(state / "~test_writeable~.tmp");
     auto r = kinefix_test::run(kinefix(), {"a", "b"}, kinefix_test::isolated_env(home), home);
     EXPECT_EQ(r.exit_code, 0);
     EXPECT_NE(r.err.find("[Zephra Error] no write access:  " + state.string()), std::string::npos) << r.err;

@@ -125,7 +125,7 @@ TEST(ConfigTest, GetWithDefaultStoresTheDefaultForTheNextSave) {
 
 TEST(ConfigTest, UnwritableFileDropsChangesOnce) {
     TempDir dir;
-    const std::string path = dir / "no-such-dir" / "m.conf";
+    const std::string path = dir / "no-such-dir/m.conf";
     zp::Config c(path.c_str(), nullptr);
     c.set("a", "1");
     EXPECT_FALSE(c.save());

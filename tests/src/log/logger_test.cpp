@@ -88,7 +88,7 @@ TEST(LoggerTest, LevelZeroClosesAndNextLineReopensWithNewSeparator) {
 
 TEST(LoggerTest, UnopenableFileFallsBackToStandardError) {
     TempDir dir;
-    const std::string path = dir / "missing-dir" / "a.log";
+    const std::string path = dir / "missing-dir/a.log";
     zp::Logger log(path.c_str(), nullptr);
     testing::internal::CaptureStderr();
     log.log(2, "zp", "to stderr\n");
