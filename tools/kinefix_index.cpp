@@ -188,6 +188,26 @@ bool LocatePacket(FILE* file, const AVPacket* pkt, std::vector<uint8_t>* window,
     return false;
 }
 
+// Containers such as Matroska keep presentation times only, and the demuxer's guesses for
+// the rest do not always increase. A stream with any gap gets decoding times anew: its sorted
+// presentation times, moved back just enough that no packet decodes after it is shown.
+void FillDecodingTimes(std::vector<Packet>* packets, int out_index) {
+    std::vector<Packet*> stream;
+    bool missing = false;
+    for (Packet& p : *packets) {
+        if (p.out_index != out_index) continue;
+        stream.push_back(&p);
+        missing = missing || p.dts == AV_NOPTS_VALUE;
+    }
+    if (!missing) return;
+    std::vector<int64_t> sorted;
+    for (const Packet* p : stream) sorted.push_back(p->pts);
+    std::sort(sorted.begin(), sorted.end());
+    int64_t shift = 0;
+    for (size_t i = 0; i < stream.size(); ++i) shift = std::max(shift, sorted[i] - stream[i]->pts);
+    for (size_t i = 0; i < stream.size(); ++i) stream[i]->dts = sorted[i] - shift;
+}
+
 bool ReadPackets(AVFormatContext* in, FILE* file, const Chosen& video, const Chosen& audio,
                  std::vector<Packet>* packets) {
     AVPacket* pkt = av_packet_alloc();
@@ -202,7 +222,7 @@ bool ReadPackets(AVFormatContext* in, FILE* file, const Chosen& video, const Cho
             p.out_index = chosen->out;
             p.size = pkt->size;
             p.pts = pkt->pts != AV_NOPTS_VALUE ? pkt->pts : pkt->dts;
-            p.dts = pkt->dts != AV_NOPTS_VALUE ? pkt->dts : pkt->pts;
+            p.dts = pkt->dts;
             p.duration = pkt->duration;
             p.key = (pkt->flags & AV_PKT_FLAG_KEY) != 0;
             if (p.pts == AV_NOPTS_VALUE) {
@@ -222,6 +242,8 @@ bool ReadPackets(AVFormatContext* in, FILE* file, const Chosen& video, const Cho
         av_packet_unref(pkt);
     }
     av_packet_free(&pkt);
+    if (video.out >= 0) FillDecodingTimes(packets, video.out);
+    if (audio.out >= 0) FillDecodingTimes(packets, audio.out);
     // The order the muxer laid the bytes down, which is the order kinefix reads and writes.
     std::stable_sort(packets->begin(), packets->end(),
                      [](const Packet& a, const Packet& b) { return a.pos < b.pos; });
