@@ -1,0 +1,237 @@
+// Paths and the file system: path pieces, directory walks, tree removal, stat, copy.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "utils/utils.h"
+#include "utils/utils_sys.h"
+#include "utils_test_env.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using utils_test::ScratchDir;
+using utils_test::write_text;
+
+std::string sep(const std::string& posix_form) {
+    std::string s = posix_form;
+    std::replace(s.begin(), s.end(), '/', zp::sys::native_separator());
+    return s;
+}
+
+TEST(UtilsPaths, NormaliseCollapsesRunsOfEitherSeparator) {
+    zp::Utils u;
+    EXPECT_EQ(u.normalize_path("C://data\\\\x/"), sep("C:/data/x/"));
+    EXPECT_EQ(u.normalize_path("\\\\server\\share"), sep("/server/share"));
+    EXPECT_EQ(u.normalize_path("./a/../b"), sep("./a/../b"));
+    EXPECT_EQ(u.normalize_path("plain"), "plain");
+    EXPECT_EQ(u.normalize_path(""), "");
+}
+
+TEST(UtilsPaths, PiecesTreatBothSeparatorsAlike) {
+    zp::Utils u;
+    EXPECT_EQ(u.file_name("a/b\\c.txt"), "c.txt");
+    EXPECT_EQ(u.file_name("a\\b/c.txt"), "c.txt");
+    EXPECT_EQ(u.file_name("bare"), "bare");
+    EXPECT_EQ(u.file_name("dir/"), "");
+    EXPECT_EQ(u.dir_name("a\\b/c"), "a\\b/");
+    EXPECT_EQ(u.dir_name("a/b\\c"), "a/b\\");
+    EXPECT_EQ(u.dir_name("bare"), "");
+    EXPECT_EQ(u.file_stem("dir.old/name"), "name");
+    EXPECT_EQ(u.file_stem("x.tar.gz"), "x");
+    EXPECT_EQ(u.file_stem("C:\\v\\clip.mp4"), "clip");
+    EXPECT_EQ(u.file_stem("a/.hidden"), "");
+    EXPECT_EQ(u.file_stem(""), "");
+}
+
+class UtilsFs : public testing::Test {
+protected:
+    // root/{f1, sub/{g1, deeper/{h1}}}
+    void make_tree() {
+        fs::create_directories(dir / "sub/deeper");
+        write_text(dir / "f1", "1");
+        write_text(dir / "sub/g1", "22");
+        write_text(dir / "sub/deeper/h1", "333");
+    }
+    std::vector<std::pair<bool, std::string>> walk(const std::string& root, bool recursive,
+                                                   size_t stop_at = 0) {
+        std::vector<std::pair<bool, std::string>> seen;
+        last_result = u.walk_dir(
+            root.c_str(),
+            [&seen, stop_at](bool is_dir, const zp::NativeString& p) {
+                seen.emplace_back(is_dir, fs::path(p).lexically_normal().string());
+                return seen.size() != stop_at;
+            },
+            recursive);
+        return seen;
+    }
+    std::string norm(const std::string& p) { return fs::path(p).lexically_normal().string(); }
+
+    zp::Utils u;
+    ScratchDir dir;
+    bool last_result = false;
+};
+
+TEST_F(UtilsFs, RecursiveWalkIsPostOrder) {
+    make_tree();
+    const auto seen = walk(dir.str(), true);
+    ASSERT_EQ(seen.size(), 6u);
+    EXPECT_TRUE(last_result);
+    EXPECT_EQ(seen.back(), std::make_pair(true, norm(dir.str())));
+    auto index_of = [&seen](const std::string& p) {
+        for (size_t i = 0; i < seen.size(); ++i)
+            if (seen[i].second == p) return i;
+        return seen.size();
+    };
+    const size_t sub = index_of(norm(dir / "sub"));
+    const size_t deeper = index_of(norm(dir / "sub/deeper"));
+    ASSERT_LT(sub, seen.size());
+    ASSERT_LT(deeper, seen.size());
+    EXPECT_TRUE(seen[sub].first);
+    EXPECT_TRUE(seen[deeper].first);
+    EXPECT_LT(index_of(norm(dir / "sub/deeper/h1")), deeper);
+    EXPECT_LT(deeper, sub);
+    EXPECT_LT(index_of(norm(dir / "sub/g1")), sub);
+    EXPECT_FALSE(seen[index_of(norm(dir / "f1"))].first);
+}
+
+TEST_F(UtilsFs, FlatWalkReportsSubdirectoriesAsEntries) {
+    make_tree();
+    auto seen = walk(dir.str(), false);
+    ASSERT_EQ(seen.size(), 3u);
+    EXPECT_EQ(seen.back(), std::make_pair(true, norm(dir.str())));
+    seen.pop_back();
+    std::sort(seen.begin(), seen.end());
+    EXPECT_EQ(seen[0], std::make_pair(false, norm(dir / "f1")));
+    EXPECT_EQ(seen[1], std::make_pair(false, norm(dir / "sub")));  // is_dir false, on purpose
+}
+
+TEST_F(UtilsFs, WalkStopsWhenTheVisitorSaysSo) {
+    make_tree();
+    auto seen = walk(dir.str(), true, 1);
+    EXPECT_FALSE(last_result);
+    EXPECT_EQ(seen.size(), 1u);  // the directory itself is never reported
+    // Stopping deep inside stops every level above as well.
+    seen = walk(dir.str(), true, 4);
+    EXPECT_FALSE(last_result);
+    EXPECT_EQ(seen.size(), 4u);
+    seen = walk(dir / "missing", true);
+    EXPECT_FALSE(last_result);
+    EXPECT_TRUE(seen.empty());
+}
+
+TEST_F(UtilsFs, RemoveTreeTakesNestedDirectories) {
+    make_tree();
+    EXPECT_TRUE(u.remove_tree((dir / "sub").c_str()));
+    EXPECT_FALSE(fs::exists(dir / "sub"));
+    EXPECT_TRUE(fs::exists(dir / "f1"));
+    EXPECT_TRUE(u.remove_tree((dir / "missing").c_str()));  // nothing to open counts as done
+}
+
+TEST_F(UtilsFs, RemoveTreeDeletesLinksNotWhatTheyPointAt) {
+    fs::create_directories(dir / "keep");
+    write_text(dir / "keep/precious", "x");
+    fs::create_directories(dir / "doomed");
+    std::error_code ec;
+    fs::create_directory_symlink(dir / "keep", dir / "doomed/link", ec);
+    if (ec) GTEST_SKIP() << "no symbolic links here";
+    EXPECT_TRUE(u.remove_tree((dir / "doomed").c_str()));
+    EXPECT_FALSE(fs::exists(dir / "doomed"));
+    EXPECT_TRUE(fs::exists(dir / "keep/precious"));
+}
+
+TEST_F(UtilsFs, DirectoryCreationAndRemoval) {
+    const std::string a = dir / "a";
+    EXPECT_TRUE(u.make_dir(a.c_str()));
+    EXPECT_TRUE(u.make_dir(a.c_str()));  // already there
+    EXPECT_FALSE(u.make_dir((dir / "x/y/z").c_str()));  // one level only
+    EXPECT_TRUE(zp::make_dirs((dir / "x/y/z").c_str()));
+    EXPECT_TRUE(u.is_dir((dir / "x/y/z").c_str()));
+    EXPECT_TRUE(zp::make_dirs((dir / "x/y/z").c_str()));
+    write_text(dir / "file", "");
+    EXPECT_FALSE(u.is_dir((dir / "file").c_str()));
+    EXPECT_FALSE(zp::make_dirs((dir / "file/sub").c_str()));
+    errno = 0;
+    EXPECT_FALSE(u.is_dir(nullptr));
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_FALSE(u.is_dir(""));
+    EXPECT_TRUE(u.remove_dir((dir / "missing").c_str()));  // missing counts as removed
+    EXPECT_FALSE(u.remove_dir((dir / "x").c_str()));        // not empty
+    EXPECT_TRUE(u.remove_dir((dir / "x/y/z").c_str()));
+    EXPECT_FALSE(fs::exists(dir / "x/y/z"));
+}
+
+TEST_F(UtilsFs, StatAndItsFallbacks) {
+    const std::string file = dir / "data.bin";
+    write_text(file, std::string(1234, 'd'));
+    zp::FileStat st = u.file_stat(file.c_str());
+    EXPECT_EQ(st.size, 1234);
+    EXPECT_NE(st.mtime, 0);
+    EXPECT_EQ(u.file_size(file.c_str()), 1234);
+
+    // When every stat call fails, the size still comes from opening the file; nothing else is set.
+    auto failing_stat = [](const char*, zp::FileStat*) { return false; };
+    testing::internal::CaptureStderr();
+    st = zp::stat_with_fallback(u, file.c_str(), failing_stat);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_EQ(st.size, 1234);
+    EXPECT_EQ(st.mtime, 0);
+    EXPECT_EQ(st.mode, 0u);
+
+    const std::string missing = dir / "missing.bin";
+    testing::internal::CaptureStderr();
+    st = u.file_stat(missing.c_str());
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "zp: [Error] _wstat64(..) < 0, path=" + missing + "\n");
+    EXPECT_EQ(st.size, 0);
+    EXPECT_EQ(st.ino, 0u);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(u.file_size(missing.c_str()), 0);
+    testing::internal::GetCapturedStderr();
+}
+
+TEST_F(UtilsFs, SizesBeyondFourGigabytes) {
+    const std::string big = dir / "sparse.bin";
+    write_text(big, "");
+    std::error_code ec;
+    fs::resize_file(big, (5ULL << 30) + 7, ec);
+    if (ec) GTEST_SKIP() << "no sparse files here";
+    EXPECT_EQ(u.file_size(big.c_str()), (5LL << 30) + 7);
+    auto failing_stat = [](const char*, zp::FileStat*) { return false; };
+    EXPECT_EQ(zp::stat_with_fallback(u, big.c_str(), failing_stat).size, (5LL << 30) + 7);
+}
+
+TEST_F(UtilsFs, CopyFileResults) {
+    std::string payload;
+    for (int i = 0; i < 25000; ++i) payload.push_back(static_cast<char>(i * 7));  // crosses chunks
+    write_text(dir / "src", payload);
+    EXPECT_EQ(u.copy_file((dir / "src").c_str(), (dir / "dst").c_str()), 0);
+    EXPECT_EQ(utils_test::read_text(dir / "dst"), payload);
+    EXPECT_EQ(u.copy_file((dir / "none").c_str(), (dir / "dst2").c_str()), -1);
+    EXPECT_FALSE(fs::exists(dir / "dst2"));
+    EXPECT_EQ(u.copy_file((dir / "src").c_str(), (dir / "no/dir/dst").c_str()), -2);
+}
+
+TEST_F(UtilsFs, FileCallsAndWriteabilityProbe) {
+    const std::string a = dir / "a.txt";
+    FILE* f = u.open_file(a.c_str(), "wt");
+    ASSERT_NE(f, nullptr);
+    fputs("hello", f);
+    fclose(f);
+    EXPECT_EQ(u.open_file((dir / "none/x").c_str(), "rb"), nullptr);
+    EXPECT_EQ(u.rename_file(a.c_str(), (dir / "b.txt").c_str()), 0);
+    EXPECT_NE(u.rename_file(a.c_str(), (dir / "c.txt").c_str()), 0);
+    EXPECT_EQ(u.remove_file((dir / "b.txt").c_str()), 0);
+    EXPECT_NE(u.remove_file((dir / "b.txt").c_str()), 0);
+
+    EXPECT_TRUE(u.is_dir_writable(dir.str().c_str(), "~test_writeable~.tmp"));
+    EXPECT_FALSE(fs::exists(dir / "~test_writeable~.tmp"));
+    EXPECT_FALSE(u.is_dir_writable((dir / "none").c_str(), "~test_writeable~.tmp"));
+}
+
+}  // namespace
