@@ -1,0 +1,161 @@
+// Tests of zp::App: the printed record, the logged setters and the data-store forwards.
+
+#include "cmdline/app.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "data/data.h"
+#include "log/logger.h"
+#include "support/test_support.h"
+#include "zephra_init.h"
+
+namespace {
+
+using zp::Value;
+
+std::string printed(zp::App& app) {
+    FILE* f = std::tmpfile();
+    EXPECT_NE(f, nullptr);
+    if (!f) return std::string();
+    app.print(f);
+    std::rewind(f);
+    std::string out;
+    char buf[256];
+    size_t n;
+    while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) out.append(buf, n);
+    std::fclose(f);
+    return out;
+}
+
+// Start-up's process values, replaced for one test.
+class ProgramNames {
+public:
+    ProgramNames(const char* path, const char* dir, const char* name)
+        : path_(zp::g_programPath), dir_(zp::g_programDir), name_(zp::g_programName) {
+        zp::g_programPath = path;
+        zp::g_programDir = dir;
+        zp::g_programName = name;
+    }
+    ~ProgramNames() {
+        zp::g_programPath = path_;
+        zp::g_programDir = dir_;
+        zp::g_programName = name_;
+    }
+
+private:
+    std::string path_, dir_, name_;
+};
+
+TEST(App, FreshRecordPrintsEmptyFields) {
+    ProgramNames names("", "", "");
+    zp::App app;
+    EXPECT_EQ(printed(app),
+              "------------ [App] ------------\n"
+              ">> app_name      = \n"
+              ">> app_dir       = \n"
+              ">> app_filepath  = \n"
+              ">> version       = \n"
+              ">> organization  = \n"
+              ">> release_time  = \n"
+              ">> describe      = \n"
+              "-------------------------------\n\n");
+}
+
+TEST(App, FilledRecordLeavesNameAndDisplayOut) {
+    ProgramNames names("/opt/kf/kinefix.bin", "/opt/kf/", "kinefix");
+    zp::App app;
+    app.set_name("Kinefix");
+    app.set_display("Kinefix Repair");
+    app.set_version("1.0");
+    app.set_version("1.1.0");
+    app.set_release("2024-05-01 10:00");
+    app.set_organization(app.default_organization());
+    app.set_describe("video repair");
+    Value v;
+    v.set_int(7);
+    app.set_data("runs", v);
+    EXPECT_STREQ(app.name(), "Kinefix");
+    EXPECT_STREQ(app.display(), "Kinefix Repair");
+    EXPECT_STREQ(app.version(), "1.1.0");
+    EXPECT_STREQ(app.organization(), "Tavrik");
+    EXPECT_EQ(printed(app),
+              "------------ [App] ------------\n"
+              ">> app_name      = kinefix\n"
+              ">> app_dir       = /opt/kf/\n"
+              ">> app_filepath  = /opt/kf/kinefix.bin\n"
+              ">> version       = 1.1.0\n"
+              ">> organization  = Tavrik\n"
+              ">> release_time  = 2024-05-01 10:00\n"
+              ">> describe      = video repair\n"
+              "   [data] runs = [i]7\n"
+              "-------------------------------\n\n");
+    app.set_describe(nullptr);
+    EXPECT_STREQ(app.describe(), "");
+}
+
+TEST(App, DataForwards) {
+    zp::App app;
+    Value def;
+    def.set_string("none");
+    Value got = app.get_data("missing", def, true);
+    EXPECT_EQ(got.kind(), zp::kValueString);
+    EXPECT_EQ(got.as_string(), "none");
+
+    Value text;
+    text.set_string("[i]12");
+    EXPECT_TRUE(app.set_data("n", text, "me"));
+    EXPECT_TRUE(app.exist_data("n"));
+    EXPECT_EQ(app.get_data("n", def, false).as_string(), "[i]12");
+    Value converted = app.get_data("n", def, true);
+    EXPECT_EQ(converted.kind(), zp::kValueInt);
+    EXPECT_EQ(converted.as_int(), 12);
+    EXPECT_FALSE(app.remove_data("n", "someone else"));
+    EXPECT_TRUE(app.remove_data("n", "me"));
+    EXPECT_FALSE(app.exist_data("n"));
+}
+
+// The setter lines go through the root's logger without any prefix.
+TEST(App, SettersAreLoggedAtDebugLevel) {
+    kinefix_test::TempDir home;
+    setenv("HOME", home.str().c_str(), 1);
+    setenv("XDG_STATE_HOME", (home / "state").c_str(), 1);
+    setenv("XDG_CONFIG_HOME", (home / "config").c_str(), 1);
+    setenv("TMPDIR", home.str().c_str(), 1);
+    const std::string prog = home / "app_test";
+    char* argv[] = {const_cast<char*>(prog.c_str()), nullptr};
+    testing::internal::CaptureStderr();
+    zp::InitFramework(1, argv);
+    testing::internal::GetCapturedStderr();
+
+    std::vector<std::string> lines;
+    zp::Logger::sink() = [&](int& level, const char*& tag, const char*& text) {
+        lines.push_back(std::to_string(level) + "|" + tag + "|" + text);
+    };
+    {
+        zp::App app;
+        app.set_name("Kinefix");
+        app.set_display("KF");
+        app.set_version("1.1.0");
+        app.set_release("now");
+        app.set_organization("Tavrik");
+        app.set_describe("");
+        app.set_name("Again");
+    }
+    zp::Logger::sink() = nullptr;
+    testing::internal::CaptureStderr();
+    zp::ShutdownFramework();
+    testing::internal::GetCapturedStderr();
+
+    EXPECT_EQ(lines, (std::vector<std::string>{
+                         "5|zp|[App] name=Kinefix\n", "5|zp|[App] display=KF\n",
+                         "5|zp|[App] version=1.1.0\n", "5|zp|[App] release=now\n",
+                         "5|zp|[App] organization=Tavrik\n", "5|zp|[App] describe=\n",
+                         "5|zp|[App] name=Again\n"}));
+}
+
+}  // namespace
