@@ -7,8 +7,10 @@
 #include <ctime>
 #include <vector>
 
+#include "cmdline/argv.h"
 #include "config/config.h"
 #include "crypt/crypt.h"
+#include "data/data.h"
 #include "log/log.h"
 #include "utils/utils.h"
 #include "value/value.h"
@@ -87,10 +89,14 @@ Admin::Admin() {
 Admin::~Admin() {
     uninit();
 
+    delete argv;
+    argv = nullptr;
     delete config;
     config = nullptr;
     delete crypt;
     crypt = nullptr;
+    delete data;
+    data = nullptr;
 
     app = nullptr;
     data_auth = nullptr;  // cleared only; the root goes away at process exit

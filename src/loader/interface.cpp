@@ -3,8 +3,11 @@
 
 #include <cstdio>
 
+#include "cmdline/argv.h"
 #include "config/config.h"
 #include "crypt/crypt.h"
+#include "data/data.h"
+#include "data/data_auth.h"
 #include "log/logger.h"
 #include "utils/utils.h"
 #include "zephra_init.h"
@@ -30,8 +33,11 @@ bool Interface::create_components(const std::string& base, const LogSettings& lo
 
     Admin* root = ppCD;
     app = parent.app;
+    data_auth = new DataAuth(parent.data, name_, root);
     signal_borrowed = parent.signal;
     channel = parent.channel;
+    argv = new Argv(root);
+    data = new Data(root);
     config = new Config(config_path_.c_str(), root);
     logger = new Logger(log_path_.c_str(), root);
     logger->set_level(log.level);
@@ -53,12 +59,18 @@ bool Interface::create_components(const std::string& base, const LogSettings& lo
 }
 
 void Interface::release_components() {
+    delete argv;
+    argv = nullptr;
     delete config;
     config = nullptr;
     delete logger;
     logger = nullptr;
     delete crypt;
     crypt = nullptr;
+    delete data;
+    data = nullptr;
+    delete data_auth;
+    data_auth = nullptr;
     // Utils is the process-wide instance: only the root releases it.
     utils = nullptr;
     app = nullptr;

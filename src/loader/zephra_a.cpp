@@ -1,18 +1,24 @@
 // zp::Zephra_A: owner of the parent set.
 #include "loader/zephra_a.h"
 
+#include "cmdline/app.h"
+#include "data/data.h"
+
 namespace zp {
 
 Zephra_A::Zephra_A() = default;
 
 void Zephra_A::create_parent_set(Admin* root) {
     // App, data, signal, channel, in this order.
-    (void)root;
+    parent_.app = new App(root);
+    parent_.data = new Data(root);
 }
 
 Zephra_A::~Zephra_A() = default;
 
 void Zephra_A::delete_parent_set() {
+    delete parent_.app;
+    delete parent_.data;
     parent_ = ParentSet{};
 }
 
