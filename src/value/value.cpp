@@ -283,9 +283,11 @@ T numeric(ValueKind kind, int32_t i, uint32_t u, float f, double d, int64_t ll, 
 
 }  // namespace
 
+// The bool is passed as its byte: loading scalar_.b while another kind is stored would read a
+// byte that is not a valid bool.
 #define ZP_VALUE_NUMERIC(T)                                                                    \
     numeric<T>(kind_, scalar_.i, scalar_.u, scalar_.f, scalar_.d, scalar_.ll, scalar_.ull,    \
-               scalar_.b)
+               scalar_.raw[0] != 0)
 
 int32_t Value::as_int() const { return ZP_VALUE_NUMERIC(int32_t); }
 uint32_t Value::as_uint() const { return ZP_VALUE_NUMERIC(uint32_t); }
