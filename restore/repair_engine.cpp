@@ -318,8 +318,14 @@ void RepairEngine::WriteLine(AVFormatContext* output, FILE* broken, MoovParser* 
 // behind for CopyPackets, and the line ends like any short read.
 bool RepairEngine::ReadPacketData(FILE* broken, int64_t position, int size) {
     if (position != 0) {
-        if (zp::file_seek(broken, position, SEEK_SET) == 0) read_position_ = position;
+        const bool moved = zp::file_seek(broken, position, SEEK_SET) == 0;
         ZP_LOGD("packet数据 seek fpos=%lld", static_cast<long long>(position));
+        if (!moved) {
+            // Reading on from where the file stands would hand the muxer another packet's bytes.
+            ZP_LOGE("packet数据 seek 失败 fpos=%lld，该行索引处理结束", static_cast<long long>(position));
+            return false;
+        }
+        read_position_ = position;
     }
     int64_t remaining = INT64_MAX;
     if (broken_size_ >= 0) remaining = broken_size_ > read_position_ ? broken_size_ - read_position_ : 0;
