@@ -46,8 +46,9 @@ private:
     fs::path path_;
 };
 
+// Text mode: files the framework writes in text mode read back with "\n" line ends on Windows too.
 inline std::string read_file(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
+    std::ifstream in(path);
     std::ostringstream ss;
     ss << in.rdbuf();
     return ss.str();
@@ -62,7 +63,10 @@ inline std::vector<std::string> lines_of(const std::string& text) {
     std::vector<std::string> out;
     std::istringstream in(text);
     std::string line;
-    while (std::getline(in, line)) out.push_back(line);
+    while (std::getline(in, line)) {
+        if (!line.empty() && line.back() == '\r') line.pop_back();  // Windows text streams
+        out.push_back(line);
+    }
     return out;
 }
 
