@@ -1,6 +1,7 @@
 // RepairEngine: output container set-up and the packet copy loop.
 #include "restore/repair_engine.h"
 
+#include <algorithm>
 #include <cinttypes>
 #include <cstdlib>
 #include <cstring>
@@ -20,6 +21,8 @@ constexpr int kMaxStreamIndex = 4;
 constexpr int kProgressEvery = 10;
 // Errors late in a damaged file are expected; only earlier ones reach the front end.
 constexpr double kQuietErrorProgress = 0.9;
+// Growth of the packet buffer per read while the damaged file's length is unknown.
+constexpr int64_t kUnknownLengthStep = 1 << 20;
 
 class FileGuard {
 public:
@@ -332,14 +335,22 @@ bool RepairEngine::ReadPacketData(FILE* broken, int64_t position, int size) {
 
     int got = 0;
     if (size >= 0 && size <= remaining) {
-        if (size > capacity_) {
-            void* grown = av_realloc(buffer_, static_cast<size_t>(size));
-            if (!grown) return false;
-            buffer_ = static_cast<uint8_t*>(grown);
-            capacity_ = size;
+        // A file of unknown length (a pipe) cannot bound the size up front: there the buffer
+        // grows step by step, only as far as bytes actually arrive.
+        const int64_t step = broken_size_ >= 0 ? size : kUnknownLengthStep;
+        while (got < size) {
+            const int target = static_cast<int>(std::min<int64_t>(size, got + step));
+            if (target > capacity_) {
+                void* grown = av_realloc(buffer_, static_cast<size_t>(target));
+                if (!grown) break;
+                buffer_ = static_cast<uint8_t*>(grown);
+                capacity_ = target;
+            }
+            const int n = static_cast<int>(fread(buffer_ + got, 1, static_cast<size_t>(target - got), broken));
+            got += n;
+            read_position_ += n;
+            if (got < target) break;
         }
-        got = static_cast<int>(fread(buffer_, 1, static_cast<size_t>(size), broken));
-        read_position_ += got;
         if (got == size) return true;
     } else {
         if (broken_size_ >= 0) got = static_cast<int>(remaining < INT32_MAX ? remaining : INT32_MAX);
