@@ -55,8 +55,8 @@ std::string Blocking_IO::pop_for(int timeout_ms) {
     auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
     std::unique_lock<Mutex> g(st_->lock);
     while (st_->queue.empty() && !st_->aborted.load()) {
-        if (st_->cond.wait_until(g, deadline) == std::cv_status::timeout &&
-            st_->queue.empty() && !st_->aborted.load())
+        if (st_->cond.wait_until(g, deadline) == std::cv_status::timeout && st_->queue.empty() &&
+            !st_->aborted.load())
             return st_->empty;
     }
     if (st_->aborted.load()) return st_->empty;
@@ -75,6 +75,8 @@ void Blocking_IO::abort() {
     st_->cond.notify_all();
 }
 
-bool Blocking_IO::is_aborted() { return st_ == nullptr || st_->aborted.load(); }
+bool Blocking_IO::is_aborted() {
+    return st_ == nullptr || st_->aborted.load();
+}
 
 }  // namespace zp

@@ -17,7 +17,9 @@ int take_message(const std::string& s, ChannelMessage* msg) {
 
 Channel::Channel(Admin* owner) : Abstract_Channel(owner) {}
 
-Channel::~Channel() { io_.abort(); }
+Channel::~Channel() {
+    io_.abort();
+}
 
 std::shared_ptr<Channel> Channel::get(const std::string& name) {
     std::lock_guard<std::mutex> g(table_lock_);
@@ -28,13 +30,17 @@ std::shared_ptr<Channel> Channel::get(const std::string& name) {
     return ch;
 }
 
-std::shared_ptr<Channel> Channel::get(const char* name) { return get(std::string(name ? name : "")); }
+std::shared_ptr<Channel> Channel::get(const char* name) {
+    return get(std::string(name ? name : ""));
+}
 
 bool Channel::send(const ChannelMessage& msg) {
     return io_.push(std::string(reinterpret_cast<const char*>(msg.bytes), sizeof(msg.bytes)));
 }
 
-int Channel::receive(ChannelMessage* msg) { return take_message(io_.pop(), msg); }
+int Channel::receive(ChannelMessage* msg) {
+    return take_message(io_.pop(), msg);
+}
 
 int Channel::receive_for(ChannelMessage* msg, int timeout_ms) {
     return take_message(io_.pop_for(timeout_ms), msg);
@@ -47,6 +53,8 @@ void Channel::abort() {
     for (auto& entry : table_) entry.second->abort();
 }
 
-bool Channel::is_aborted() { return io_.is_aborted(); }
+bool Channel::is_aborted() {
+    return io_.is_aborted();
+}
 
 }  // namespace zp

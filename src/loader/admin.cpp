@@ -7,11 +7,15 @@
 #include <ctime>
 #include <vector>
 
+#include "channel/channel.h"
 #include "cmdline/argv.h"
 #include "config/config.h"
 #include "crypt/crypt.h"
 #include "data/data.h"
 #include "log/log.h"
+#include "pool/mem_pool.h"
+#include "signal/signal.h"
+#include "trace/func_tracer.h"
 #include "utils/utils.h"
 #include "value/value.h"
 #include "zephra_init.h"
@@ -87,6 +91,7 @@ Admin::Admin() {
 }
 
 Admin::~Admin() {
+    ScopeTrace scope(tracer, __func__, source_name(__FILE__), __LINE__);
     uninit();
 
     delete argv;
@@ -95,8 +100,12 @@ Admin::~Admin() {
     config = nullptr;
     delete crypt;
     crypt = nullptr;
+    delete mem_pool;
+    mem_pool = nullptr;
     delete data;
     data = nullptr;
+    delete signal;
+    signal = nullptr;
 
     app = nullptr;
     data_auth = nullptr;  // cleared only; the root goes away at process exit
@@ -110,6 +119,11 @@ Admin::~Admin() {
     delete last;
     utils = nullptr;
     delete Utils::instance();
+
+    // The tracer outlives everything it traced, the root's own scope included.
+    scope.close();
+    delete tracer;
+    tracer = nullptr;
 }
 
 bool Admin::init() {
@@ -140,6 +154,7 @@ bool Admin::init() {
         logger->set_level(log.level);
         logger->set_tag(log.tag.c_str());
         logger->set_stream(log.to_stdout ? stdout : nullptr);
+        tracer->enable(log.level >= 4);
         fprintf(stderr, "[Admin] ::init OK\n");
         fflush(stderr);
     }
@@ -159,6 +174,7 @@ bool Admin::start() {
 }
 
 bool Admin::uninit() {
+    ZP_TRACE_SCOPE(tracer);
     ZP_LOGE("[Admin] ::uninit @==@");
     set_flag(kAborting);
     for (auto& entry : modules()) {
@@ -166,8 +182,11 @@ bool Admin::uninit() {
         if (m == this) continue;
         ZP_LOGD("set aborting cmps: key=%s, inst=%s", entry.first.c_str(), pointer_text(m).c_str());
         m->set_flag(kAborting);
+        // Wakes the module's threads blocked on its channel before its components go.
+        if (m->channel != nullptr) m->channel->abort();
         ZP_LOGD("set aborting cmps '%s' End", entry.first.c_str());
     }
+    if (channel != nullptr) channel->abort();
     ZP_LOGE("set all abort success");
     ZP_LOGE("[Admin] abort all thread success");
 

@@ -3,12 +3,16 @@
 
 #include <cstdio>
 
+#include "channel/channel.h"
 #include "cmdline/argv.h"
 #include "config/config.h"
 #include "crypt/crypt.h"
 #include "data/data.h"
 #include "data/data_auth.h"
 #include "log/logger.h"
+#include "pool/mem_pool.h"
+#include "signal/signal.h"
+#include "trace/func_tracer.h"
 #include "utils/utils.h"
 #include "zephra_init.h"
 
@@ -38,13 +42,17 @@ bool Interface::create_components(const std::string& base, const LogSettings& lo
     channel = parent.channel;
     argv = new Argv(root);
     data = new Data(root);
+    signal = new Signal(root);
     config = new Config(config_path_.c_str(), root);
     logger = new Logger(log_path_.c_str(), root);
     logger->set_level(log.level);
     logger->set_tag(log.tag.c_str());
     if (log.to_stdout) logger->set_stream(stdout);
+    tracer = new Func_Tracer(trace_path_.c_str(), name_, root);
+    tracer->enable(log.level >= 4);
     utils = u;
     crypt = new Crypt(root);
+    mem_pool = new Mem_Pool(2048, root);
 
     if (is_root_module()) {
         set_flag(kCreated);
@@ -65,12 +73,18 @@ void Interface::release_components() {
     config = nullptr;
     delete logger;
     logger = nullptr;
+    delete tracer;
+    tracer = nullptr;
     delete crypt;
     crypt = nullptr;
+    delete mem_pool;
+    mem_pool = nullptr;
     delete data;
     data = nullptr;
     delete data_auth;
     data_auth = nullptr;
+    delete signal;
+    signal = nullptr;
     // Utils is the process-wide instance: only the root releases it.
     utils = nullptr;
     app = nullptr;

@@ -82,8 +82,12 @@ namespace {
 
 using Pool = Mem_Pool::Pool;
 
-uint8_t* pool_start(Pool* p) { return reinterpret_cast<uint8_t*>(p); }
-Block* first_block(Pool* p) { return &p->d; }
+uint8_t* pool_start(Pool* p) {
+    return reinterpret_cast<uint8_t*>(p);
+}
+Block* first_block(Pool* p) {
+    return &p->d;
+}
 
 Pool* create_pool(size_t size, FILE* log) {
     size_t bytes = (size < Mem_Pool::kPoolHeader ? Mem_Pool::kPoolHeader : size) + kSlack;
@@ -107,7 +111,8 @@ void* alloc_block(Pool* p, size_t size) {
     // A request up to the limit must fit a fresh block even when the pool's own size is
     // smaller than the limit.
     if (block_size < Mem_Pool::kBlockHeader + size) block_size = Mem_Pool::kBlockHeader + size;
-    auto* mem = static_cast<uint8_t*>(zrc_memalign(block_size + kSlack, Mem_Pool::kAlignment, p->log));
+    auto* mem =
+        static_cast<uint8_t*>(zrc_memalign(block_size + kSlack, Mem_Pool::kAlignment, p->log));
     if (mem == nullptr) return nullptr;
 
     Block* b = p->current != nullptr ? p->current : first_block(p);
@@ -270,6 +275,8 @@ Abstract_MemPool* Mem_Pool::create(size_t size) {
     return new Mem_Pool(size, owner_, pool_ != nullptr ? pool_->log : nullptr);
 }
 
-size_t Mem_Pool::max_block_alloc() const { return pool_ != nullptr ? pool_->max : 0; }
+size_t Mem_Pool::max_block_alloc() const {
+    return pool_ != nullptr ? pool_->max : 0;
+}
 
 }  // namespace zp

@@ -35,7 +35,8 @@ bool Signal::connect(const char* key, SignalCallback callback, int id) {
         auto range = listeners_.equal_range(key);
         for (auto it = range.first; it != range.second; ++it) {
             if (it->second.id == id) {
-                fprintf(stderr, "[Signal] (Warnning): connect 'key=%s, id=%d' already exist !\n\n", key, id);
+                fprintf(stderr, "[Signal] (Warnning): connect 'key=%s, id=%d' already exist !\n\n",
+                        key, id);
                 fflush(stderr);
                 return false;
             }
@@ -51,7 +52,8 @@ bool Signal::connect_filter(const char* pattern, SignalCallback callback, int id
     if (id >= 0) {
         for (const Filter& f : filters_) {
             if (f.id == id) {
-                fprintf(stderr, "[Signal] (Warnning): filter 'keys=%s, id=%d' already exist !\n\n", pattern, id);
+                fprintf(stderr, "[Signal] (Warnning): filter 'keys=%s, id=%d' already exist !\n\n",
+                        pattern, id);
                 fflush(stderr);
                 return false;
             }

@@ -6,7 +6,6 @@
 #include <mutex>
 
 #include "sync/thread_id.h"
-#include "utils/utils.h"
 
 namespace zp {
 
@@ -40,7 +39,10 @@ Func_Tracer::Sink& Func_Tracer::sink() {
 }
 
 Func_Tracer::Func_Tracer(const char* path, const char* name, Admin* owner)
-    : Abstract_FTracer(owner), path_(copy_text(path ? path : "")), name_(copy_text(name ? name : "")) {
+    : Abstract_FTracer(owner),
+      utils_(owner),
+      path_(copy_text(path ? path : "")),
+      name_(copy_text(name ? name : "")) {
     line_[0] = '\0';
 }
 
@@ -63,9 +65,13 @@ void Func_Tracer::set_stream(FILE* stream) {
     borrowed_ = true;
 }
 
-void Func_Tracer::enable(bool on) { enabled_.store(on, std::memory_order_relaxed); }
+void Func_Tracer::enable(bool on) {
+    enabled_.store(on, std::memory_order_relaxed);
+}
 
-std::string Func_Tracer::file_path() { return path_ != nullptr ? path_ : ""; }
+std::string Func_Tracer::file_path() {
+    return path_ != nullptr ? path_ : "";
+}
 
 int64_t Func_Tracer::enter(const char* text, const char* file, int line, int /*reserved*/) {
     if (!enabled()) return 0;
@@ -79,12 +85,12 @@ int64_t Func_Tracer::enter(const char* text, const char* file, int line, int /*r
         emit_locked(line);
     }
     // Read after the write so that the scope's time excludes its own entry line.
-    return Utils::instance()->now_ns(1);
+    return utils_.now_ns(1);
 }
 
 void Func_Tracer::leave(int line, int64_t start) {
     if (!enabled()) return;
-    double elapsed = start > 0 ? (Utils::instance()->now_ns(1) - start) / 1000.0 : 0.0;
+    double elapsed = start > 0 ? (utils_.now_ns(1) - start) / 1000.0 : 0.0;
     MutexGuard g(lock_);
     if (stream_ == nullptr) return;
     int n = prefix_locked();
@@ -94,13 +100,13 @@ void Func_Tracer::leave(int line, int64_t start) {
 }
 
 void Func_Tracer::open_locked() {
-    stream_ = Utils::instance()->open_file(path_, "a+");
+    stream_ = utils_.open_file(path_, "a+");
     borrowed_ = false;
     if (stream_ == nullptr) {
         stream_ = stderr;
         borrowed_ = true;
     }
-    fprintf(stream_, "%s %s\n", kSeparator, Utils::instance()->now_str("%Y-%m-%d %H:%M:%S"));
+    fprintf(stream_, "%s %s\n", kSeparator, utils_.now_str("%Y-%m-%d %H:%M:%S"));
 }
 
 int Func_Tracer::prefix_locked() {

@@ -10,6 +10,7 @@
 #include "loader/abstract_base.h"
 #include "log/log.h"
 #include "sync/mutex.h"
+#include "utils/utils.h"
 
 namespace zp {
 
@@ -59,6 +60,9 @@ private:
     int prefix_locked();
     void emit_locked(int line);
 
+    // A private toolbox for the clock and the file: the root's closing scope is left after
+    // the root's own Utils is gone.
+    Utils utils_;
     FILE* stream_ = nullptr;
     bool borrowed_ = false;
     char* path_;
@@ -91,6 +95,6 @@ private:
 #define ZP_TRACE_CAT2(a, b) a##b
 #define ZP_TRACE_CAT(a, b) ZP_TRACE_CAT2(a, b)
 // Traces the enclosing scope on `tracer` (an Abstract_FTracer*, may be null).
-#define ZP_TRACE_SCOPE(tracer)                                                                  \
-    ::zp::ScopeTrace ZP_TRACE_CAT(zp_scope_trace_, __LINE__)((tracer), __func__,                \
-                                                            ::zp::source_name(__FILE__), __LINE__)
+#define ZP_TRACE_SCOPE(tracer)                                \
+    ::zp::ScopeTrace ZP_TRACE_CAT(zp_scope_trace_, __LINE__)( \
+        (tracer), __func__, ::zp::source_name(__FILE__), __LINE__)

@@ -56,7 +56,9 @@ const std::string kFromBlock("alloc from current block\n", 26);
 const std::string kNewBlock("call zrc_mem_block\n", 20);
 const std::string kFromLarge("alloc from large\n", 18);
 
-bool aligned16(const void* p) { return reinterpret_cast<uintptr_t>(p) % 16 == 0; }
+bool aligned16(const void* p) {
+    return reinterpret_cast<uintptr_t>(p) % 16 == 0;
+}
 
 void* fill(void* p, size_t n) {
     if (p != nullptr) memset(p, 0xA5, n);  // touches every byte: ASan checks the bounds
@@ -99,7 +101,8 @@ TEST(MemPoolTest, SmallAllocationsAreAlignedAndDisjoint) {
         fill(p, n);
         got.emplace_back(p, n);
     }
-    for (size_t i = 1; i < got.size(); ++i) EXPECT_GE(got[i].first, got[i - 1].first + got[i - 1].second);
+    for (size_t i = 1; i < got.size(); ++i)
+        EXPECT_GE(got[i].first, got[i - 1].first + got[i - 1].second);
     EXPECT_EQ(pool.count(kNewBlock), 0u);
 }
 
@@ -216,9 +219,15 @@ TEST(MemPoolTest, ResetRewindsEveryBlockAndFreesLargeMemory) {
 }
 
 std::vector<int>* g_calls = nullptr;
-void record(void* data) { g_calls->push_back(*static_cast<int*>(data)); }
-void record_twice(void* data) { g_calls->push_back(100 + *static_cast<int*>(data)); }
-void record_thrice(void* data) { g_calls->push_back(200 + *static_cast<int*>(data)); }
+void record(void* data) {
+    g_calls->push_back(*static_cast<int*>(data));
+}
+void record_twice(void* data) {
+    g_calls->push_back(100 + *static_cast<int*>(data));
+}
+void record_thrice(void* data) {
+    g_calls->push_back(200 + *static_cast<int*>(data));
+}
 
 TEST(MemPoolTest, CleanupHandlersRunNewestFirstAndRemovedOnesDoNot) {
     std::vector<int> calls;

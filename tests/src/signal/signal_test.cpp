@@ -34,10 +34,13 @@ TEST(SignalTest, ListenersGetKeyArgumentAndValueInConnectionOrder) {
     void* seen_arg = nullptr;
     std::string seen_value;
     ASSERT_TRUE(bus.connect("job.start", recorder(&log, "a"), 1));
-    ASSERT_TRUE(bus.connect("job.start", [&](const char*, void* a, const Value& v) {
-        seen_arg = a;
-        seen_value = v.write();
-    }, 2));
+    ASSERT_TRUE(bus.connect(
+        "job.start",
+        [&](const char*, void* a, const Value& v) {
+            seen_arg = a;
+            seen_value = v.write();
+        },
+        2));
     ASSERT_TRUE(bus.connect("job.start", recorder(&log, "c"), -1));
     ASSERT_TRUE(bus.connect("job.stop", recorder(&log, "other"), 1));
     bus.emit("job.start", &arg, int_value(42));
@@ -53,7 +56,8 @@ TEST(SignalTest, DuplicateKeyAndIdKeepsTheFirstAndWarns) {
     ASSERT_TRUE(bus.connect("k", recorder(&log, "first"), 3));
     CaptureStderr();
     EXPECT_FALSE(bus.connect("k", recorder(&log, "second"), 3));
-    EXPECT_EQ(GetCapturedStderr(), "[Signal] (Warnning): connect 'key=k, id=3' already exist !\n\n");
+    EXPECT_EQ(GetCapturedStderr(),
+              "[Signal] (Warnning): connect 'key=k, id=3' already exist !\n\n");
     // Same id under another key, and id -1 twice, are all accepted.
     EXPECT_TRUE(bus.connect("k2", recorder(&log, "other"), 3));
     EXPECT_TRUE(bus.connect("k", recorder(&log, "anon1"), -1));
@@ -91,7 +95,8 @@ TEST(SignalTest, FilterIdsAreUniqueWhateverThePattern) {
     ASSERT_TRUE(bus.connect("job.*", recorder(&log, "job"), 7));
     CaptureStderr();
     EXPECT_FALSE(bus.connect("*.done", recorder(&log, "done"), 7));
-    EXPECT_EQ(GetCapturedStderr(), "[Signal] (Warnning): filter 'keys=*.done, id=7' already exist !\n\n");
+    EXPECT_EQ(GetCapturedStderr(),
+              "[Signal] (Warnning): filter 'keys=*.done, id=7' already exist !\n\n");
     EXPECT_TRUE(bus.connect("*.done", recorder(&log, "done"), -1));
     EXPECT_TRUE(bus.connect("*.done", recorder(&log, "done2"), -1));
     bus.emit("job.done", nullptr, Value());
@@ -160,13 +165,16 @@ TEST(SignalTest, RemovingAPatternTakesTheFirstFilterWithThatId) {
 TEST(SignalTest, ListenersMayChangeTheBusFromInsideACallback) {
     Signal bus(nullptr);
     std::vector<std::string> log;
-    ASSERT_TRUE(bus.connect("tick", [&](const char*, void*, const Value&) {
-        log.push_back("once");
-        bus.remove("tick", 1);  // removes itself while running
-        bus.connect("tick", recorder(&log, "late"), 2);
-        bus.connect("tock", recorder(&log, "tock"), 1);
-        bus.emit("tock", nullptr, Value());  // nested emission
-    }, 1));
+    ASSERT_TRUE(bus.connect(
+        "tick",
+        [&](const char*, void*, const Value&) {
+            log.push_back("once");
+            bus.remove("tick", 1);  // removes itself while running
+            bus.connect("tick", recorder(&log, "late"), 2);
+            bus.connect("tock", recorder(&log, "tock"), 1);
+            bus.emit("tock", nullptr, Value());  // nested emission
+        },
+        1));
     ASSERT_TRUE(bus.connect("tick", recorder(&log, "steady"), 3));
     CaptureStderr();
     bus.emit("tick", nullptr, Value());
@@ -181,11 +189,14 @@ TEST(SignalTest, ListenersMayChangeTheBusFromInsideACallback) {
 TEST(SignalTest, FilterCallbacksMayEmitAndTouchListeners) {
     Signal bus(nullptr);
     std::vector<std::string> log;
-    ASSERT_TRUE(bus.connect("req.*", [&](const char* key, void*, const Value&) {
-        log.push_back(std::string("filter:") + key);
-        bus.connect("reply", recorder(&log, "reply"), 1);
-        bus.emit("reply", nullptr, Value());
-    }, 1));
+    ASSERT_TRUE(bus.connect(
+        "req.*",
+        [&](const char* key, void*, const Value&) {
+            log.push_back(std::string("filter:") + key);
+            bus.connect("reply", recorder(&log, "reply"), 1);
+            bus.emit("reply", nullptr, Value());
+        },
+        1));
     bus.emit("req.a", nullptr, Value());
     EXPECT_EQ(log, (std::vector<std::string>{"filter:req.a", "reply:reply"}));
 }
@@ -196,11 +207,15 @@ TEST(SignalTest, EmissionRacesWithConnectionAndRemoval) {
     Signal bus(nullptr);
     constexpr int kEmitters = 3, kEach = 2000;
     std::atomic<int> steady{0}, steady_filter{0}, churn{0};
-    ASSERT_TRUE(bus.connect("evt", [&](const char*, void*, const Value& v) {
-        EXPECT_EQ(v.as_int(), 9);
-        ++steady;
-    }, 1));
-    ASSERT_TRUE(bus.connect("ev*", [&](const char*, void*, const Value&) { ++steady_filter; }, 1));
+    ASSERT_TRUE(bus.connect(
+        "evt",
+        [&](const char*, void*, const Value& v) {
+            EXPECT_EQ(v.as_int(), 9);
+            ++steady;
+        },
+        1));
+    ASSERT_TRUE(bus.connect(
+        "ev*", [&](const char*, void*, const Value&) { ++steady_filter; }, 1));
 
     std::atomic<bool> stop{false};
     std::atomic<int> rounds{0};
@@ -210,8 +225,10 @@ TEST(SignalTest, EmissionRacesWithConnectionAndRemoval) {
         churners.emplace_back([&, c] {
             int id = 1000 + c * 100000;
             while (!stop) {
-                bus.connect("evt", [&](const char*, void*, const Value&) { ++churn; }, id);
-                bus.connect(c ? "*t" : "e*", [&](const char*, void*, const Value&) { ++churn; }, id);
+                bus.connect(
+                    "evt", [&](const char*, void*, const Value&) { ++churn; }, id);
+                bus.connect(
+                    c ? "*t" : "e*", [&](const char*, void*, const Value&) { ++churn; }, id);
                 bus.remove("evt", id);
                 bus.remove("*", id);
                 ++id;

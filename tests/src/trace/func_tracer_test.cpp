@@ -76,9 +76,11 @@ TEST(FuncTracerTest, EntryAndExitLinesShareTheirIndent) {
     ASSERT_EQ(lines.size(), 4u);
     EXPECT_EQ(lines[0], tid() + indent(1) + "|__[12]main.cpp run");
     EXPECT_EQ(lines[1], tid() + indent(2) + "|__[40]engine.cpp step");
-    EXPECT_TRUE(std::regex_match(lines[2], std::regex(tid() + R"(\|   \|   \|__\[41\]@ \(\d+\.\d{3}us\))")))
+    EXPECT_TRUE(
+        std::regex_match(lines[2], std::regex(tid() + R"(\|   \|   \|__\[41\]@ \(\d+\.\d{3}us\))")))
         << lines[2];
-    EXPECT_TRUE(std::regex_match(lines[3], std::regex(tid() + R"(\|   \|__\[13\]@ \(\d+\.\d{3}us\))")))
+    EXPECT_TRUE(
+        std::regex_match(lines[3], std::regex(tid() + R"(\|   \|__\[13\]@ \(\d+\.\d{3}us\))")))
         << lines[3];
 }
 
@@ -139,7 +141,8 @@ TEST(FuncTracerTest, FileIsOpenedAtTheFirstEntryWithItsSeparator) {
     auto lines = lines_of(read_file(path));
     ASSERT_EQ(lines.size(), 4u) << read_file(path);
     EXPECT_TRUE(std::regex_match(
-        lines[0], std::regex(R"(===\+===\+===\+===\+===\+===\+=== \d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2})")))
+        lines[0],
+        std::regex(R"(===\+===\+===\+===\+===\+===\+=== \d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2})")))
         << lines[0];
     EXPECT_EQ(lines[1], tid() + indent(1) + "|__[7]a.cpp work");
     EXPECT_EQ(lines[2].substr(0, tid().size() + 11), tid() + indent(1) + "|__[7]@");
@@ -224,7 +227,8 @@ TEST(FuncTracerTest, ThreadsTraceConcurrentlyWithoutTornLines) {
 
     auto lines = lines_of(t.text());
     ASSERT_EQ(lines.size(), size_t{kThreads * kEach * 4 + 1});
-    const std::regex shape(R"( *\d+(\|   )*\|__\[[12]\](mt\.cpp (outer|inner)|@ \(\d+\.\d{3}us\)))");
+    const std::regex shape(
+        R"( *\d+(\|   )*\|__\[[12]\](mt\.cpp (outer|inner)|@ \(\d+\.\d{3}us\)))");
     for (size_t i = 0; i + 1 < lines.size(); ++i)
         ASSERT_TRUE(std::regex_match(lines[i], shape)) << i << ": " << lines[i];
     EXPECT_EQ(lines.back(), tid() + indent(1) + "|__[3]mt.cpp after");
