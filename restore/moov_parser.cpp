@@ -1,6 +1,7 @@
 // MoovParser: the index file's header (version, stream descriptions) and its packet lines.
 #include "restore/moov_parser.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
@@ -57,12 +58,14 @@ void read_common(const zp::ObjectText& obj, StreamDesc* desc) {
 
 MoovParser::MoovParser() {
     line_ = static_cast<char*>(calloc(kLineMax, 1));
+    block_ = static_cast<char*>(malloc(kBlockSize));
     Reset();
 }
 
 MoovParser::~MoovParser() {
     Reset();
     free(line_);
+    free(block_);
 }
 
 void MoovParser::Reset() {
@@ -85,7 +88,7 @@ void MoovParser::Reset() {
 
 bool MoovParser::Parse(const char* path) {
     Reset();
-    if (!line_) return false;
+    if (!line_ || !block_) return false;
     FILE* f = path ? zp::Utils::instance()->open_file(path, "rt") : nullptr;
     if (!f) {
         ZP_LOGE("无法打开moov文件: %s", path ? path : "");
@@ -187,20 +190,43 @@ const char* MoovParser::NextLine() {
     if (!file_) {
         file_ = zp::Utils::instance()->open_file(path_, "rb");
         if (!file_) return nullptr;
+        block_len_ = block_pos_ = 0;
+        offset_ = 0;
         for (int i = 0; i < header_lines_; ++i) {
-            if (!fgets(line_, kLineMax, file_)) break;
+            if (!ReadLine()) break;
         }
         line_number_ = header_lines_;
     }
-    if (!feof(file_)) {
-        position_ = zp::file_tell(file_);
-        if (fgets(line_, kLineMax, file_)) {
-            ++line_number_;
-            return line_;
-        }
+    position_ = offset_;
+    if (ReadLine()) {
+        ++line_number_;
+        return line_;
     }
     position_ = total_size_;
     return nullptr;
+}
+
+bool MoovParser::ReadLine() {
+    size_t n = 0;
+    const size_t limit = kLineMax - 1;
+    while (n < limit) {
+        if (block_pos_ == block_len_) {
+            block_len_ = fread(block_, 1, kBlockSize, file_);
+            block_pos_ = 0;
+            if (block_len_ == 0) break;
+        }
+        const char* start = block_ + block_pos_;
+        const size_t avail = std::min(block_len_ - block_pos_, limit - n);
+        const char* end = static_cast<const char*>(memchr(start, '\n', avail));
+        const size_t take = end ? static_cast<size_t>(end - start) + 1 : avail;
+        memcpy(line_ + n, start, take);
+        n += take;
+        block_pos_ += take;
+        offset_ += static_cast<int64_t>(take);
+        if (end) break;
+    }
+    line_[n] = '\0';
+    return n > 0;
 }
 
 double MoovParser::Progress() const {

@@ -29,6 +29,7 @@ struct VideoDesc : StreamDesc {
 class MoovParser {
 public:
     static constexpr int kLineMax = 8192;
+    static constexpr size_t kBlockSize = 1 << 16;
 
     MoovParser();
     virtual ~MoovParser();
@@ -55,6 +56,9 @@ public:
     bool has_video() const { return has_video_; }
 
 private:
+    // One line as fgets reads it (at most kLineMax - 1 bytes, '\n' kept); false at the end.
+    bool ReadLine();
+
     char* line_ = nullptr;
     int header_lines_ = 0;
     char* path_ = nullptr;
@@ -67,4 +71,10 @@ private:
     int line_number_ = 0;
     bool has_audio_ = false;
     bool has_video_ = false;
+    // Packet lines are cut from blocks read here; the offset of the next unread byte is kept
+    // so that no line costs a tell call.
+    char* block_ = nullptr;
+    size_t block_len_ = 0;
+    size_t block_pos_ = 0;
+    int64_t offset_ = 0;
 };

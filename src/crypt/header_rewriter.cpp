@@ -68,6 +68,17 @@ int hex_digit(char c) {
     return -1;
 }
 
+// The text of a generated comment line: quoted, so that a trailing backslash cannot splice
+// the next line into the comment.
+bool comment_text(const std::string& line, std::string* literal) {
+    const size_t lead = sizeof(kCommentLead) - 1;
+    if (line.compare(0, lead, kCommentLead) != 0) return false;
+    const std::string body = cut_eol(line.substr(lead), nullptr);
+    if (body.size() < 2 || body.front() != '"' || body.back() != '"') return false;
+    *literal = body.substr(1, body.size() - 2);
+    return true;
+}
+
 bool put(FILE* f, const std::string& s) { return fwrite(s.data(), 1, s.size(), f) == s.size(); }
 
 }  // namespace
@@ -192,11 +203,8 @@ bool rewrite_protected_header(const char* path, Abstract_Crypt* crypt) {
         const size_t first = skip_blanks(line, 0);
         if (line.compare(first, 2, "//") == 0) {
             ok = put(out, line);
-            has_pending = line.compare(0, sizeof(kCommentLead) - 1, kCommentLead) == 0;
-            if (has_pending) {
-                pending = cut_eol(line.substr(sizeof(kCommentLead) - 1), nullptr);
-                pending_depth = depth;
-            }
+            has_pending = comment_text(line, &pending);
+            pending_depth = depth;
             continue;
         }
         std::string name;
@@ -225,7 +233,7 @@ bool rewrite_protected_header(const char* path, Abstract_Crypt* crypt) {
             cut_eol(line, &eol);
             if (eol.empty()) eol = "\n";
             const std::string array = "s_" + define.name;
-            ok = put(out, kCommentLead + define.literal + eol) &&
+            ok = put(out, kCommentLead + ('"' + define.literal + '"') + eol) &&
                  put(out, format_units(array, crypt->protect(clear), eol)) &&
                  put(out, define.head + " ZpTrDe(" + array + ")" + define.tail + eol) &&
                  put(out, eol);

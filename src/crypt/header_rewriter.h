@@ -17,9 +17,9 @@ struct DefineText {
     std::string tail;     // after the closing quote, without the line end
 };
 
-// The header keeps "<path>.~bak"; the new text is written to "<path>.~tmp" first. Arrays left
-// by an earlier run are made again from the comment line above them, so a second run changes
-// nothing. False, with nothing changed, when either file will not open.
+// The header keeps "<path>.~bak"; the new text is written to "<path>.~tmp" first. Each array
+// follows a comment `  // "<text as written>"`; arrays of an earlier run are made again from
+// that comment, so a second run changes nothing and an edited comment changes its array. False, with nothing changed, when either file will not open.
 bool rewrite_protected_header(const char* path, Abstract_Crypt* crypt);
 
 // Helpers of the rewriting, public for the developer tool and the tests.
