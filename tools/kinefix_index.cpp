@@ -255,8 +255,11 @@ void AppendField(std::string* out, int64_t value, bool compact, char separator) 
     *out += separator;
 }
 
-// Steps against the same per-kind accumulators kinefix keeps, so the repair gives back these
-// very timestamps. Returns how many packets the format cannot express exactly.
+// Steps against the same per-kind accumulators kinefix keeps, updated as kinefix updates them,
+// so the repair gives back these very timestamps. A decoding time equal to the accumulator
+// cannot be written (a zero step means "same as pts"); that happens only for a kind's first
+// packet decoding at 0, which is moved one tick earlier. Returns how many packets the format
+// cannot express exactly.
 int WritePackets(FILE* out, const std::vector<Packet>& packets, const Options& o,
                  int audio_index, int audio_out, int audio_frame_size) {
     int64_t acc[2][2] = {{0, 0}, {0, 0}};  // [audio kind][pts, dts]
@@ -266,22 +269,25 @@ int WritePackets(FILE* out, const std::vector<Packet>& packets, const Options& o
     std::string line;
     int on_line = 0;
     for (const Packet& p : packets) {
-        const int kind = p.out_index == audio_index ? 1 : 0;
+        int64_t* kind = acc[p.out_index == audio_index ? 1 : 0];
         int64_t dts_step = 0;
         if (p.dts != p.pts) {
-            dts_step = p.dts - acc[kind][1];
-            if (dts_step == 0) ++inexact;  // would read back as dts = pts
+            dts_step = p.dts - kind[1];
+            if (dts_step == 0) {
+                dts_step = -1;
+                ++inexact;
+            }
         }
         if (p.out_index == audio_out && p.duration == 0 && audio_frame_size != 0) ++inexact;
         AppendField(&line, p.out_index, compact, ',');
         AppendField(&line, p.pos == next_read ? 0 : p.pos, compact, ',');
         AppendField(&line, p.size, compact, ',');
-        AppendField(&line, p.pts - acc[kind][0], compact, ',');
+        AppendField(&line, p.pts - kind[0], compact, ',');
         AppendField(&line, dts_step, compact, ',');
         AppendField(&line, p.duration, compact, ',');
         AppendField(&line, p.key ? 1 : 0, compact, ';');
-        acc[kind][0] = p.pts;
-        acc[kind][1] = p.dts;
+        kind[0] = p.pts;
+        kind[1] = dts_step != 0 ? kind[1] + dts_step : p.pts;
         next_read = p.pos + p.size;
         if (++on_line == o.per_line) {
             line += '\n';
@@ -360,8 +366,8 @@ int Export(const Options& o) {
         return 1;
     }
     if (inexact > 0)
-        fprintf(stderr, "kinefix-index: warning: %d packet(s) have timestamps the index cannot "
-                        "express exactly\n", inexact);
+        fprintf(stderr, "kinefix-index: note: %d packet(s) get timestamps one tick off or a "
+                        "default duration (the index format cannot express theirs)\n", inexact);
     printf("kinefix-index: %zu packets indexed (video %s, audio %s), version %d\n", packets.size(),
            video.source >= 0 ? "yes" : "no", audio.source >= 0 ? "yes" : "no", o.version);
     return 0;
