@@ -1,7 +1,12 @@
 // Kinefix: rebuilds a playable video from a damaged recording and its index file.
 #include <cstdio>
 #include <functional>
+#include <string>
 
+#include "cmdline/object_text.h"
+#include "crypt/crypt.h"
+#include "crypt/protected_strings.h"
+#include "log/log.h"
 #include "restore/repair_engine.h"
 #include "zephra_init.h"
 
@@ -15,6 +20,22 @@ void PrintBanner() {
     printf("==============================\n");
 }
 
+// The one-argument form: a flat object text naming the three paths. No member is required;
+// an empty path surfaces as the engine's own failure.
+void RunOptionText(const std::string& text) {
+    zp::ObjectText options;
+    if (!options.parse(text)) return;
+    const std::string broken = options.get_string(ZP_KEY_BROKEN_FILE, "");
+    const std::string moov = options.get_string(ZP_KEY_MOOV_FILE, "");
+    const std::string output = options.get_string(ZP_KEY_OUTPUT_FILE, "");
+    ZP_LOGE("---------------------------------");
+    ZP_LOGE("broken:%s", broken.c_str());
+    ZP_LOGE("moov:%s", moov.c_str());
+    ZP_LOGE("out:%s", output.c_str());
+    RepairEngine engine;
+    engine.Run(broken.c_str(), moov.c_str(), output.c_str());
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -25,7 +46,9 @@ int main(int argc, char** argv) {
     PrintBanner();
 
     if (argc == 2) {
-        // Option-text form: arrives with the index-file reader.
+        // A front end may hand the text protected or in clear; restoring passes clear text on.
+        auto run = [text = zp::Crypt::instance()->restore_text(argv[1])] { RunOptionText(text); };
+        run();
     } else if (argc == 4) {
         char* broken = argv[1];
         char* moov = argv[2];

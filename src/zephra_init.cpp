@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <deque>
 
+#include "crypt/protected_strings.h"
 #include "loader/admin.h"
 #include "utils/utils.h"
 
@@ -117,6 +118,9 @@ void ShutdownFramework() {
     g_shuttingDown = false;
 }
 
-const char* maker_address() { return "https://kinefix.example.org"; }
+const char* maker_address() {
+    static const std::string address = ZP_MAKER_ADDRESS;
+    return address.c_str();
+}
 
 }  // namespace zp
