@@ -46,12 +46,21 @@ private:
     fs::path path_;
 };
 
-// Text mode: files the framework writes in text mode read back with "\n" line ends on Windows too.
 inline std::string read_file(const std::string& path) {
-    std::ifstream in(path);
+    std::ifstream in(path, std::ios::binary);
     std::ostringstream ss;
     ss << in.rdbuf();
     return ss.str();
+}
+
+// A file the framework writes in text mode ("a+", "wt"), with Windows' "\r\n" read as "\n".
+inline std::string read_text(const std::string& path) {
+    std::string text = read_file(path);
+    std::string out;
+    out.reserve(text.size());
+    for (size_t i = 0; i < text.size(); ++i)
+        if (!(text[i] == '\r' && i + 1 < text.size() && text[i + 1] == '\n')) out += text[i];
+    return out;
 }
 
 inline void write_file(const std::string& path, const std::string& content) {

@@ -8,7 +8,7 @@
 
 namespace {
 
-using kinefix_test::read_file;
+using kinefix_test::read_text;
 using kinefix_test::TempDir;
 using kinefix_test::write_file;
 
@@ -89,7 +89,7 @@ TEST(ConfigTest, UnchangedStoreNeverRewritesItsFile) {
         EXPECT_STREQ(c.get("a", "x"), "2");
         EXPECT_TRUE(c.save());
     }
-    EXPECT_EQ(read_file(path), original);
+    EXPECT_EQ(read_text(path), original);
 }
 
 TEST(ConfigTest, SaveWritesHeaderAndEntriesInKeyOrder) {
@@ -102,7 +102,7 @@ TEST(ConfigTest, SaveWritesHeaderAndEntriesInKeyOrder) {
     EXPECT_TRUE(c.dirty());
     EXPECT_TRUE(c.save());
     EXPECT_FALSE(c.dirty());
-    EXPECT_EQ(read_file(path), "#Zephra Config (#note)\na : 1\nb : 2\nlog.tag : \n");
+    EXPECT_EQ(read_text(path), "#Zephra Config (#note)\na : 1\nb : 2\nlog.tag : \n");
 
     zp::Config again(path.c_str(), nullptr);
     bool found = false;
@@ -120,7 +120,7 @@ TEST(ConfigTest, GetWithDefaultStoresTheDefaultForTheNextSave) {
     EXPECT_STREQ(c.get("log.level", "2"), "2");
     EXPECT_TRUE(c.exists("log.level"));
     c.save();
-    EXPECT_EQ(read_file(path), "#Zephra Config (#note)\nlog.level : 2\n");
+    EXPECT_EQ(read_text(path), "#Zephra Config (#note)\nlog.level : 2\n");
 }
 
 TEST(ConfigTest, UnwritableFileDropsChangesOnce) {

@@ -11,7 +11,7 @@
 namespace {
 
 using kinefix_test::lines_of;
-using kinefix_test::read_file;
+using kinefix_test::read_text;
 using kinefix_test::TempDir;
 
 const std::regex kSeparator(R"(------------------------- \d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2})");
@@ -23,7 +23,7 @@ TEST(LoggerTest, FirstLineOpensFileWithSeparator) {
     EXPECT_FALSE(kinefix_test::fs::exists(path)) << "opened lazily";
     log.log(2, "zp", "%s %d\n", "hello", 7);
     log.log(2, "zp", "second\n");
-    auto lines = lines_of(read_file(path));
+    auto lines = lines_of(read_text(path));
     ASSERT_EQ(lines.size(), 3u);
     EXPECT_TRUE(std::regex_match(lines[0], kSeparator)) << lines[0];
     EXPECT_EQ(lines[1], "hello 7");
@@ -38,7 +38,7 @@ TEST(LoggerTest, LinesAboveTheLevelAreDroppedWithoutOpening) {
     log.log(5, "zp", "debug\n");
     EXPECT_FALSE(kinefix_test::fs::exists(path));
     log.log(2, "zp", "error\n");
-    EXPECT_NE(read_file(path).find("error\n"), std::string::npos);
+    EXPECT_NE(read_text(path).find("error\n"), std::string::npos);
 }
 
 TEST(LoggerTest, TagFilterPassesOnlyItsTagAndNullTags) {
@@ -50,14 +50,14 @@ TEST(LoggerTest, TagFilterPassesOnlyItsTagAndNullTags) {
     log.log(2, "zp", "dropped\n");
     log.log(2, nullptr, "untagged\n");
     log.log(2, "net", "net line\n");
-    const std::string text = read_file(path);
+    const std::string text = read_text(path);
     EXPECT_EQ(text.find("dropped"), std::string::npos);
     EXPECT_NE(text.find("untagged\n"), std::string::npos);
     EXPECT_NE(text.find("net line\n"), std::string::npos);
     log.set_tag("");
     EXPECT_STREQ(log.tag(), "");
     log.log(2, "zp", "after clear\n");
-    EXPECT_NE(read_file(path).find("after clear\n"), std::string::npos);
+    EXPECT_NE(read_text(path).find("after clear\n"), std::string::npos);
 }
 
 TEST(LoggerTest, LongLineIsCutAt4095WithoutLineEnd) {
@@ -67,7 +67,7 @@ TEST(LoggerTest, LongLineIsCutAt4095WithoutLineEnd) {
     const std::string big(5000, 'x');
     log.log(2, "zp", "%s\n", big.c_str());
     log.log(2, "zp", "next\n");
-    auto lines = lines_of(read_file(path));
+    auto lines = lines_of(read_text(path));
     ASSERT_EQ(lines.size(), 2u);
     EXPECT_EQ(lines[1], std::string(4095, 'x') + "next");
 }
@@ -80,7 +80,7 @@ TEST(LoggerTest, LevelZeroClosesAndNextLineReopensWithNewSeparator) {
     log.set_level(0);
     EXPECT_EQ(log.stream(), nullptr);
     log.log(0, "zp", "two\n");
-    auto lines = lines_of(read_file(path));
+    auto lines = lines_of(read_text(path));
     ASSERT_EQ(lines.size(), 4u);
     EXPECT_TRUE(std::regex_match(lines[2], kSeparator));
     EXPECT_EQ(lines[3], "two");

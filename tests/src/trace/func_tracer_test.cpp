@@ -18,7 +18,7 @@
 namespace {
 
 using kinefix_test::lines_of;
-using kinefix_test::read_file;
+using kinefix_test::read_text;
 using kinefix_test::TempDir;
 using zp::Func_Tracer;
 using zp::ScopeTrace;
@@ -138,8 +138,8 @@ TEST(FuncTracerTest, FileIsOpenedAtTheFirstEntryWithItsSeparator) {
         ScopeTrace scope(&t, "work", "a.cpp", 7);
         EXPECT_TRUE(std::filesystem::exists(path));
     }
-    auto lines = lines_of(read_file(path));
-    ASSERT_EQ(lines.size(), 4u) << read_file(path);
+    auto lines = lines_of(read_text(path));
+    ASSERT_EQ(lines.size(), 4u) << read_text(path);
     EXPECT_TRUE(std::regex_match(
         lines[0],
         std::regex(R"(===\+===\+===\+===\+===\+===\+=== \d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2})")))
@@ -153,7 +153,7 @@ TEST(FuncTracerTest, FileIsOpenedAtTheFirstEntryWithItsSeparator) {
         Func_Tracer t(path.c_str(), "Admin", nullptr);
         t.enter("again", "b.cpp", 1);
     }
-    EXPECT_EQ(lines_of(read_file(path)).size(), 7u);
+    EXPECT_EQ(lines_of(read_text(path)).size(), 7u);
 }
 
 TEST(FuncTracerTest, UnopenableFileSendsLinesToStandardError) {
