@@ -134,6 +134,14 @@ TEST_F(UtilsFs, RemoveTreeTakesNestedDirectories) {
     EXPECT_TRUE(u.remove_tree((dir / "missing").c_str()));  // nothing to open counts as done
 }
 
+TEST_F(UtilsFs, RemoveTreeReportsEntriesItCouldNotDelete) {
+    // Files of the process information tree resist deletion even for the superuser.
+    const std::string proc = "/proc/self/fdinfo";
+    if (zp::sys::native_separator() != '/' || !fs::is_directory(proc)) GTEST_SKIP() << "no /proc here";
+    EXPECT_FALSE(u.remove_tree(proc.c_str()));
+    EXPECT_TRUE(fs::is_directory(proc));
+}
+
 TEST_F(UtilsFs, RemoveTreeDeletesLinksNotWhatTheyPointAt) {
     fs::create_directories(dir / "keep");
     write_text(dir / "keep/precious", "x");
@@ -215,6 +223,32 @@ TEST_F(UtilsFs, CopyFileResults) {
     EXPECT_EQ(u.copy_file((dir / "none").c_str(), (dir / "dst2").c_str()), -1);
     EXPECT_FALSE(fs::exists(dir / "dst2"));
     EXPECT_EQ(u.copy_file((dir / "src").c_str(), (dir / "no/dir/dst").c_str()), -2);
+}
+
+TEST_F(UtilsFs, NonAsciiNamesReachTheSystem) {
+    const std::string sub = dir.str() + "/\xE8\xA7\x86\xE9\xA2\x91";  // two CJK characters
+    const std::string file = sub + "/\xE7\x89\x87 1.txt";
+    ASSERT_TRUE(u.make_dir(sub.c_str()));
+    EXPECT_TRUE(u.is_dir(sub.c_str()));
+    FILE* f = u.open_file(file.c_str(), "wb");
+    ASSERT_NE(f, nullptr);
+    fputs("abc", f);
+    fclose(f);
+    EXPECT_EQ(u.file_size(file.c_str()), 3);
+    EXPECT_EQ(u.copy_file(file.c_str(), (sub + "/copy").c_str()), 0);
+    std::vector<fs::path> names;
+    EXPECT_TRUE(u.walk_dir(
+        sub.c_str(),
+        [&names](bool is_dir, const zp::NativeString& p) {
+            if (!is_dir) names.push_back(fs::path(p).filename());
+            return true;
+        },
+        true));
+    std::sort(names.begin(), names.end());
+    ASSERT_EQ(names.size(), 2u);
+    EXPECT_EQ(names[1], fs::u8path("\xE7\x89\x87 1.txt"));
+    EXPECT_TRUE(u.remove_tree(sub.c_str()));
+    EXPECT_FALSE(u.is_dir(sub.c_str()));
 }
 
 TEST_F(UtilsFs, FileCallsAndWriteabilityProbe) {
