@@ -6,10 +6,13 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "data/data.h"
+#include "data/data_auth.h"
+#include "loader/admin.h"
 #include "log/logger.h"
 #include "support/test_support.h"
 #include "zephra_init.h"
@@ -147,6 +150,15 @@ TEST(App, SettersAreLoggedAtDebugLevel) {
         app.set_name("Again");
     }
     zp::Logger::sink() = nullptr;
+    // The root only clears its data_auth view, leaving it to the process exit; free it here
+    // so that the leak checker sees a clean test.
+    ASSERT_NE(zp::ppCD->app, nullptr);
+    EXPECT_NE(zp::ppCD->argv, nullptr);
+    EXPECT_NE(zp::ppCD->data, nullptr);
+    ASSERT_NE(zp::ppCD->data_auth, nullptr);
+    std::unique_ptr<zp::DataAuth> left(zp::ppCD->data_auth);
+    EXPECT_STREQ(left->who(), "Admin");
+    EXPECT_NE(left->data(), zp::ppCD->data);  // it views the shared store of the parent set
     testing::internal::CaptureStderr();
     zp::ShutdownFramework();
     testing::internal::GetCapturedStderr();
