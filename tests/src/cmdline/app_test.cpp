@@ -125,10 +125,8 @@ TEST(App, DataForwards) {
 // The setter lines go through the root's logger without any prefix.
 TEST(App, SettersAreLoggedAtDebugLevel) {
     kinefix_test::TempDir home;
-    setenv("HOME", home.str().c_str(), 1);
-    setenv("XDG_STATE_HOME", (home / "state").c_str(), 1);
-    setenv("XDG_CONFIG_HOME", (home / "config").c_str(), 1);
-    setenv("TMPDIR", home.str().c_str(), 1);
+    for (const auto& kv : kinefix_test::isolated_env(home))
+        setenv(kv.first.c_str(), kv.second.c_str(), 1);
     const std::string prog = home / "app_test";
     char* argv[] = {const_cast<char*>(prog.c_str()), nullptr};
     testing::internal::CaptureStderr();
