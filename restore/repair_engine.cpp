@@ -191,7 +191,6 @@ void RepairEngine::Run(const char* broken_file, const char* moov_file, const cha
         }
     }
     if (ready) {
-        packet_ = av_packet_alloc();
         CopyPackets(output, broken, &parser);
         ret = av_write_trailer(output);
     }

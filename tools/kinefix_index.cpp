@@ -368,7 +368,8 @@ int Export(const Options& o) {
     if (inexact > 0)
         fprintf(stderr, "kinefix-index: note: %d packet(s) get timestamps one tick off or a "
                         "default duration (the index format cannot express theirs)\n", inexact);
-    printf("kinefix-index: %zu packets indexed (video %s, audio %s), version %d\n", packets.size(),
+    printf("kinefix-index: %llu packets indexed (video %s, audio %s), version %d\n",
+           static_cast<unsigned long long>(packets.size()),
            video.source >= 0 ? "yes" : "no", audio.source >= 0 ? "yes" : "no", o.version);
     return 0;
 }
