@@ -273,6 +273,6 @@ void Utils::get_env_ptr(const char* name, void** out) {
 
 uint32_t Utils::thread_id() { return current_thread_id(); }
 
-int Utils::reserved() { return 0; }
+int Utils::reserved() { return static_cast<int>(reserved_word_); }
 
 }  // namespace zp

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <cstring>
+#include <filesystem>
 #include <future>
 #include <memory>
 #include <set>
@@ -137,6 +138,24 @@ TEST(UtilsEnv, SpecialDirectoriesOnPosix) {
     EXPECT_EQ(zp::home_dir(), "");
     EXPECT_EQ(zp::app_data_dir(), "");
     EXPECT_EQ(zp::local_data_dir(), "");
+}
+#endif
+
+#if !defined(_WIN32) && !defined(__APPLE__)
+TEST(UtilsProcess, ShowInFolderOpensTheDirectoryDetached) {
+    zp::Utils u;
+    utils_test::ScratchDir dir;
+    // A stand-in opener that records what it was asked to open.
+    const std::string record = dir / "opened";
+    utils_test::write_text(dir / "xdg-open",
+                           "#!/bin/sh\nprintf '%s' \"$1\" > '" + record + ".tmp' && mv '" + record + ".tmp' '" +
+                               record + "'\n");
+    std::filesystem::permissions(dir / "xdg-open", std::filesystem::perms::owner_all);
+    const char* path_var = getenv("PATH");
+    ScopedEnv path("PATH", (dir.str() + ":" + (path_var ? path_var : "/usr/bin:/bin")).c_str());
+    u.show_in_folder((dir.str() + "//clips/a.mp4").c_str());
+    for (int i = 0; i < 1000 && !std::filesystem::exists(record); ++i) u.sleep_ms(10);
+    EXPECT_EQ(utils_test::read_text(record), dir.str() + "/clips/");
 }
 #endif
 
