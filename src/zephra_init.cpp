@@ -88,11 +88,12 @@ void InitFramework(int argc, char** argv) {
 }
 
 void AddExitHook(std::function<void()> hook) {
+    auto& hooks = exit_hooks();  // built before the runner is registered, so it outlives it
     if (g_firstHook) {
         g_firstHook = false;
         atexit(run_exit_hooks_at_exit);
     }
-    exit_hooks().push_back(std::move(hook));
+    hooks.push_back(std::move(hook));
 }
 
 void RunExitHooks() {
