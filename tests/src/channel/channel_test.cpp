@@ -95,57 +95,6 @@ TEST(BlockingIOTest, AbortWakesEveryWaitingConsumer) {
     for (auto& f : waiting) EXPECT_EQ(must_finish(f, "pop after abort"), "");
 }
 
-TEST(BlockingIOTest, DestructionWakesConsumersFirst) {
-    auto* q = new Blocking_IO;
-    q->push("x");
-    EXPECT_EQ(q->pop(), "x");
-    delete q;  // nothing waits: only the order abort-then-free is exercised
-}
-
-// Four producers and four consumers: every message arrives exactly once, and each consumer
-// sees every producer's messages in the order they were sent.
-TEST(BlockingIOTest, ManyProducersAndConsumersLoseAndDuplicateNothing) {
-    constexpr int kProducers = 4, kConsumers = 4, kEach = 4000;
-    Blocking_IO q;
-    std::vector<std::future<std::vector<std::string>>> consumers;
-    for (int c = 0; c < kConsumers; ++c) {
-        consumers.push_back(std::async(std::launch::async, [&, c] {
-            std::vector<std::string> got;
-            for (;;) {
-                std::string s = c % 2 ? q.pop() : q.pop_for(50);
-                if (s == "stop") break;
-                if (!s.empty()) got.push_back(s);
-            }
-            return got;
-        }));
-    }
-    std::vector<std::thread> producers;
-    for (int p = 0; p < kProducers; ++p) {
-        producers.emplace_back([&, p] {
-            for (int i = 0; i < kEach; ++i) q.push(std::to_string(p) + ":" + std::to_string(i));
-        });
-    }
-    for (auto& t : producers) t.join();
-    for (int c = 0; c < kConsumers; ++c) q.push("stop");
-
-    std::set<std::string> all;
-    size_t total = 0;
-    for (auto& f : consumers) {
-        std::vector<std::string> got = must_finish(f, "consumer");
-        int last[kProducers] = {-1, -1, -1, -1};
-        for (const std::string& s : got) {
-            int p = std::stoi(s.substr(0, s.find(':')));
-            int i = std::stoi(s.substr(s.find(':') + 1));
-            EXPECT_GT(i, last[p]) << s;
-            last[p] = i;
-            all.insert(s);
-        }
-        total += got.size();
-    }
-    EXPECT_EQ(total, size_t{kProducers * kEach});
-    EXPECT_EQ(all.size(), size_t{kProducers * kEach});
-}
-
 TEST(ChannelTest, MessagesTravelWhole) {
     Channel ch(nullptr);
     ASSERT_TRUE(ch.send(message(1, 2)));
@@ -206,20 +155,27 @@ TEST(ChannelTest, AbortReachesReceiversOfNamedChannels) {
     EXPECT_TRUE(named->is_aborted());
 }
 
-TEST(ChannelTest, ReceiversAcrossThreadsGetEveryMessageOnce) {
-    constexpr int kSenders = 3, kReceivers = 3, kEach = 2000;
+// Three senders and three receivers on one channel: every message arrives whole and exactly
+// once, and each receiver sees every sender's messages in the order they were sent.
+TEST(ChannelTest, ManySendersAndReceiversLoseAndDuplicateNothing) {
+    constexpr uint32_t kSenders = 3, kReceivers = 3, kEach = 3000, kStop = 0xFFFFFFFFu;
     Channel ch(nullptr);
     std::vector<std::future<std::vector<uint64_t>>> receivers;
-    for (int r = 0; r < kReceivers; ++r) {
-        receivers.push_back(std::async(std::launch::async, [&] {
+    for (uint32_t r = 0; r < kReceivers; ++r) {
+        receivers.push_back(std::async(std::launch::async, [&, r] {
             std::vector<uint64_t> got;
+            int64_t last[kSenders] = {-1, -1, -1};
             ChannelMessage m;
-            while (ch.receive(&m) == 1) {
+            for (;;) {
+                // Blocking and timed receivers mixed; a time-out just waits again.
+                if ((r % 2 ? ch.receive(&m) : ch.receive_for(&m, 20)) != 1) continue;
                 uint32_t a, b;
                 memcpy(&a, m.bytes, 4);
                 memcpy(&b, m.bytes + 4, 4);
-                if (a == 0xFFFFFFFFu) break;
+                if (a == kStop) break;
                 EXPECT_EQ(memcmp(m.bytes, message(a, b).bytes, 32), 0);
+                EXPECT_GT(int64_t{b}, last[a]);
+                last[a] = b;
                 got.push_back((uint64_t{a} << 32) | b);
             }
             return got;
@@ -228,10 +184,10 @@ TEST(ChannelTest, ReceiversAcrossThreadsGetEveryMessageOnce) {
     std::vector<std::thread> senders;
     for (uint32_t s = 0; s < kSenders; ++s)
         senders.emplace_back([&, s] {
-            for (uint32_t i = 0; i < kEach; ++i) ASSERT_TRUE(ch.send(message(s, i)));
+            for (uint32_t i = 0; i < kEach; ++i) EXPECT_TRUE(ch.send(message(s, i)));
         });
     for (auto& t : senders) t.join();
-    for (int r = 0; r < kReceivers; ++r) ch.send(message(0xFFFFFFFFu, 0));
+    for (uint32_t r = 0; r < kReceivers; ++r) ch.send(message(kStop, 0));
     std::set<uint64_t> all;
     size_t total = 0;
     for (auto& f : receivers) {

@@ -77,12 +77,6 @@ TEST(MemPoolTest, BlockLimitIsPoolSizeCappedAt2048) {
     EXPECT_EQ(big.count(kFromLarge), 1u);
 }
 
-TEST(MemPoolTest, TraceLinesKeepTheirTerminatingZero) {
-    TracedPool pool(1024);
-    ASSERT_NE(pool->alloc(8), nullptr);
-    EXPECT_EQ(pool.trace(), kFromBlock);
-}
-
 TEST(MemPoolTest, NoLogStreamMeansNoAllocation) {
     Mem_Pool pool(1024, nullptr);
     EXPECT_EQ(pool.alloc(16), nullptr);
