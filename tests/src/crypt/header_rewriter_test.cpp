@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <map>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -46,14 +45,16 @@ const char kHeader[] =
 // Array name -> units, read back from a rewritten header.
 std::multimap<std::string, std::vector<uint16_t>> arrays_of(const std::string& text) {
     std::multimap<std::string, std::vector<uint16_t>> out;
-    const std::regex array(R"(const static uint16_t (s_\w+)\[\] = \{([^}]*)\};)");
-    const std::regex unit(R"(0x([0-9a-f]+),)");
-    for (std::sregex_iterator it(text.begin(), text.end(), array), end; it != end; ++it) {
+    const std::string type = "const static uint16_t ";
+    for (size_t at = text.find(type); at != std::string::npos; at = text.find(type, at + 1)) {
+        const size_t name = at + type.size();
+        const size_t open = text.find("[] = {", name);
+        const size_t close = text.find("};", name);
+        if (open == std::string::npos || close == std::string::npos || close < open) break;
         std::vector<uint16_t> units;
-        const std::string body = (*it)[2];
-        for (std::sregex_iterator u(body.begin(), body.end(), unit); u != end; ++u)
-            units.push_back(static_cast<uint16_t>(std::stoul((*u)[1], nullptr, 16)));
-        out.emplace((*it)[1], units);
+        for (size_t u = text.find("0x", open); u < close; u = text.find("0x", u + 2))
+            units.push_back(static_cast<uint16_t>(std::stoul(text.substr(u + 2, 4), nullptr, 16)));
+        out.emplace(text.substr(name, open - name), units);
     }
     return out;
 }
