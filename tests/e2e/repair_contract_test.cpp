@@ -82,6 +82,24 @@ TEST(ContractTest, WriteErrorsAndRejectedLinesKeepTheRunGoing) {
     }
 }
 
+TEST(ContractTest, DebugLinesAppearOnlyAtLevelFive) {
+    for (const char* level : {"2", "5"}) {
+        Workspace ws;
+        const fs::path conf = ws.dir().path() / "state" / "kinefix" / "conf";
+        fs::create_directories(conf);
+        write_file((conf / "Admin.conf").string(),
+                   std::string("log.level : ") + level + "\nlog.stdout : false\nlog.tag : \n");
+        write_file(ws / "data.bin", Bytes(100));
+        write_file(ws / "a.idx", std::string(kAudioHeader) + "0,40,10,1024,,,1;\n");
+        const RunResult r = ws.kinefix({ws / "data.bin", ws / "a.idx", ws / "out.mp4"});
+        ASSERT_EQ(r.exit_code, 0) << r.err;
+        const std::string log = ws.log();
+        EXPECT_TRUE(Has(log, "[E][zp] ")) << log;
+        EXPECT_EQ(Has(log, "[D][zp] repair_engine.cpp"), std::string(level) == "5") << log;
+        EXPECT_EQ(Has(log, "\"packet数据 seek fpos=40\""), std::string(level) == "5") << log;
+    }
+}
+
 TEST(ContractTest, SizesTheFileCannotSupplyEndTheCopy) {
     for (const std::string size : {"-5", "2000000000"}) {
         Workspace ws;
