@@ -103,6 +103,11 @@ bool DescribeStream(AVStream* stream, const StreamDesc& desc, bool video) {
     return true;
 }
 
+// Steps from a damaged index can be anything: they wrap around instead of overflowing.
+int64_t WrappingAdd(int64_t a, int64_t b) {
+    return static_cast<int64_t>(static_cast<uint64_t>(a) + static_cast<uint64_t>(b));
+}
+
 // Any spelling or link of an input counts, and so does FFmpeg's own "file:" form of a path.
 bool OutputIsInput(const char* output, const char* broken, const char* moov) {
     if (!output) return false;
@@ -263,8 +268,8 @@ void RepairEngine::WriteLine(AVFormatContext* output, FILE* broken, MoovParser* 
         const bool audio_entry = entry.stream_index == parser->audio().index;
         int64_t& acc_pts = audio_entry ? audio_pts_ : video_pts_;
         int64_t& acc_dts = audio_entry ? audio_dts_ : video_dts_;
-        const int64_t pts = acc_pts + entry.pts_step;
-        const int64_t dts = entry.dts_step != 0 ? acc_dts + entry.dts_step : pts;
+        const int64_t pts = WrappingAdd(acc_pts, entry.pts_step);
+        const int64_t dts = entry.dts_step != 0 ? WrappingAdd(acc_dts, entry.dts_step) : pts;
         acc_pts = pts;
         acc_dts = dts;
         int64_t duration = entry.duration;
