@@ -22,11 +22,12 @@
 
 namespace zp {
 
+// The root's data_auth is cleared, not deleted; it stays reachable here for leak checkers.
+DataAuth* g_retiredDataAuth = nullptr;
+
 namespace {
 
 constexpr const char* kProbeFile = "~test_writeable~.tmp";
-
-DataAuth* g_retiredDataAuth = nullptr;
 
 std::string& override_dir() {
     static std::string dir;
@@ -110,8 +111,6 @@ Admin::~Admin() {
     signal = nullptr;
 
     app = nullptr;
-    // Cleared, not deleted: the root goes away only at process exit. Kept reachable so that
-    // leak checkers do not report it.
     g_retiredDataAuth = data_auth;
     data_auth = nullptr;
     signal_borrowed = nullptr;
