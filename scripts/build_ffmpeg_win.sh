@@ -7,9 +7,15 @@
 #
 # Only what the repair and the index tool need is configured: libavformat with the file
 # protocol and the MP4/MOV/Matroska muxers and demuxers, the H.264 and AAC parsers and the
-# bitstream filters those muxers pull in, libavcodec's descriptors, libavutil. No asm, so no
-# nasm and the same C code paths as everywhere else.
+# bitstream filters those muxers pull in, libavcodec's descriptors, libavutil, and the H.264
+# and AAC decoders, without which kinefix-index cannot learn pixel and sample formats. No asm,
+# so no nasm and the same C code paths as everywhere else. The patches beside this script are
+# applied to Debian's source (ffmpeg_win_*.patch).
 set -euo pipefail
+
+here=$(cd "$(dirname "$0")" && pwd)
+patches=("$here"/ffmpeg_win_*.patch)
+[ -e "${patches[0]}" ] || patches=()
 
 cache="${KINEFIX_CACHE:-$HOME/.cache/kinefix}"
 host=x86_64-w64-mingw32
@@ -39,12 +45,14 @@ configure_flags=(
   --enable-muxer=mp4,mov,matroska,ipod
   --enable-demuxer=mov,matroska
   --enable-parser=h264,aac
+  --enable-decoder=h264,aac
   --enable-bsf=aac_adtstoasc,h264_mp4toannexb,extract_extradata
 )
 
 command -v "${host}-gcc" >/dev/null || { log "${host}-gcc missing (install mingw-w64)"; exit 1; }
 compiler_id=$("${host}-gcc" --version | head -n1)
-config_hash=$(printf '%s\n' "$version" "$compiler_id" "${configure_flags[@]}" | sha256sum | cut -c1-12)
+patch_hash=$(cat /dev/null "${patches[@]}" | sha256sum | cut -c1-8)
+config_hash=$(printf '%s\n' "$version" "$compiler_id" "$patch_hash" "${configure_flags[@]}" | sha256sum | cut -c1-12)
 prefix="$cache/ffmpeg-win-${upstream_version}-${config_hash}"
 
 if [ -f "$prefix/.complete" ]; then
@@ -92,7 +100,7 @@ EOF
   as_root apt-get update -qq
 }
 
-srcroot="$cache/ffmpeg-src-${upstream_version}"
+srcroot="$cache/ffmpeg-src-${upstream_version}-${patch_hash}"
 srcdir=""
 find_srcdir() {
   srcdir=$(find "$srcroot" -mindepth 1 -maxdepth 1 -type d -name 'ffmpeg-*' 2>/dev/null | head -n1 || true)
@@ -108,6 +116,10 @@ if [ -z "$srcdir" ] || [ ! -x "$srcdir/configure" ]; then
   (cd "$srcroot" && { apt-get source -qq "ffmpeg=$version" || apt-get source -qq ffmpeg; }) >&2
   find_srcdir
   [ -n "$srcdir" ] || { log "apt-get source produced no ffmpeg tree"; exit 1; }
+  for p in "${patches[@]}"; do
+    log "applying $(basename "$p")"
+    patch -d "$srcdir" -p1 --forward --quiet <"$p" || { log "$(basename "$p") does not apply"; rm -rf "$srcroot"; exit 1; }
+  done
 fi
 
 builddir="$cache/ffmpeg-win-build-${config_hash}"
