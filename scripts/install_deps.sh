@@ -10,7 +10,7 @@ packages=(
   binutils time
 )
 if [ "${1:-}" = "--windows" ]; then
-  packages+=(mingw-w64 wine wine64 dpkg-dev)
+  packages+=(mingw-w64 wine wine64 dpkg-dev locales)
 fi
 
 missing=()
