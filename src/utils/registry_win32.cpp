@@ -43,12 +43,17 @@ int reg_get(const char* path, const char* name, char* buf, int capacity) {
     LONG rc = ERROR_INVALID_PARAMETER;
     std::vector<wchar_t> data;
     if (buf != nullptr && capacity > 0) {
-        // capacity wide characters are queried; one more stays zero as the terminator.
-        data.assign(static_cast<size_t>(capacity) + 1, L'\0');
-        DWORD bytes = static_cast<DWORD>(capacity) * 2;
+        // The whole value is read (its size asked first) and cut to the caller's buffer below,
+        // as elsewhere; one more wide character stays zero as the terminator.
+        const std::wstring wname = wide(name);
+        DWORD bytes = 0;
         DWORD type = 0;
-        rc = RegQueryValueExW(key, wide(name).c_str(), nullptr, &type, reinterpret_cast<LPBYTE>(data.data()),
-                              &bytes);
+        rc = RegQueryValueExW(key, wname.c_str(), nullptr, &type, nullptr, &bytes);
+        if (rc == ERROR_SUCCESS) {
+            data.assign(bytes / 2 + 1, L'\0');
+            rc = RegQueryValueExW(key, wname.c_str(), nullptr, &type, reinterpret_cast<LPBYTE>(data.data()),
+                                  &bytes);
+        }
     }
     RegCloseKey(key);
     if (rc != ERROR_SUCCESS) {
