@@ -81,8 +81,10 @@ else
   fail "cannot generate the zh_CN.UTF-8 locale (package locales)"
   cjk=(env LANG=C.UTF-8 LC_ALL=C.UTF-8)
 fi
-wine_run() { env LANG=C.UTF-8 LC_ALL=C.UTF-8 bash "$root/scripts/wine_run.sh" "$@"; }
-wine_cjk() { "${cjk[@]}" bash "$root/scripts/wine_run.sh" "$@"; }
+wine_c=(env LANG=C.UTF-8 LC_ALL=C.UTF-8 bash "$root/scripts/wine_run.sh")  # code page 1252
+wine_zh=("${cjk[@]}" bash "$root/scripts/wine_run.sh")                     # code page 936
+wine_run() { "${wine_c[@]}" "$@"; }
+wine_cjk() { "${wine_zh[@]}" "$@"; }
 # Unix path to the Windows spelling wine gives it: drive Z:, backslashes.
 winpath() { printf 'Z:%s' "${1//\//\\}"; }
 
@@ -106,14 +108,16 @@ run_unit() {  # exe, label, runner...
     unit_total=$((unit_total + ${passed:-0}))
     echo "   $name ($label): ${passed:-?} passed ($(($(date +%s) - t0)) s)"
   else
-    tr -d '\r' <"$log" | grep -a -E -A6 'Failure|FAILED|rror' | head -n 60 >&2 || true
+    if ! tr -d '\r' <"$log" | grep -a -E -A6 'Failure|FAILED' | head -n 60 >&2; then
+      tail -n 20 "$log" >&2
+    fi
     fail "$name ($label) under wine"
   fi
 }
 for exe in "$win_bin"/tests/*.exe; do
-  run_unit "$exe" "cp1252" wine_run
+  run_unit "$exe" "cp1252" "${wine_c[@]}"
   # The Windows-only tests depend on the ANSI code page: once more in the double-byte one.
-  case $exe in *_win32_tests.exe) run_unit "$exe" "cp936" wine_cjk ;; esac
+  case $exe in *_win32_tests.exe) run_unit "$exe" "cp936" "${wine_zh[@]}" ;; esac
 done
 [ "$unit_total" -gt 0 ] || fail "no unit test ran"
 
