@@ -325,7 +325,11 @@ void RepairEngine::WriteLine(AVFormatContext* output, FILE* broken, MoovParser* 
 // behind for CopyPackets, and the line ends like any short read.
 bool RepairEngine::ReadPacketData(FILE* broken, int64_t position, int size) {
     if (position != 0) {
-        const bool moved = zp::file_seek(broken, position, SEEK_SET) == 0;
+        // Indexes that spell out every position mostly name the byte the last read ended at;
+        // seeking there anyway would throw away the stream's buffer for nothing. A file of
+        // unknown length (a pipe) is always asked, so it fails as it always has.
+        const bool there = broken_size_ >= 0 && position == read_position_;
+        const bool moved = there || zp::file_seek(broken, position, SEEK_SET) == 0;
         ZP_LOGD("packet数据 seek fpos=%lld", static_cast<long long>(position));
         if (!moved) {
             // Reading on from where the file stands would hand the muxer another packet's bytes.

@@ -7,6 +7,7 @@
 
 #include "restore/ffmpeg_compat.h"
 #include "restore/repair_engine.h"
+#include "support/log_capture.h"
 #include "support/test_support.h"
 
 namespace {
@@ -139,6 +140,31 @@ TEST(RepairEngineTest, PositionsSeekOrReadOnAndTheBufferOnlyGrows) {
     ASSERT_EQ(all.size(), 6u);
     for (size_t i = 0; i < 6; ++i)
         EXPECT_EQ(all[i].data, data.substr(expected[i].first, expected[i].second)) << i;
+}
+
+TEST(RepairEngineTest, PositionWhereTheLastReadEndedReadsOnAndIsStillLogged) {
+    kinefix_test::LogCapture::instance().clear();
+    TempDir dir;
+    const std::string data = Pattern(1000);
+    // Positions spelled out although most follow on; one real jump back in between.
+    const std::string index = "#version=2\n" + AudioDescription(0) +
+                              "0,100,50,1024,,,1;\n"
+                              "0,150,20,1024,,,1;0,170,30,1024,,,1;\n"
+                              "0,10,5,1024,,,1;\n"
+                              "0,15,300,1024,,,1;\n"
+                              "0,,40,1024,,,1;\n";
+    const auto all = ReadPackets(Repair(dir, data, index, "out.mkv"));
+    const std::pair<size_t, size_t> expected[] = {{100, 50}, {150, 20}, {170, 30}, {10, 5}, {15, 300}, {315, 40}};
+    ASSERT_EQ(all.size(), 6u);
+    for (size_t i = 0; i < 6; ++i)
+        EXPECT_EQ(all[i].data, data.substr(expected[i].first, expected[i].second)) << i;
+    std::vector<std::string> seeks;
+    for (const std::string& m : kinefix_test::LogCapture::instance().messages(5))
+        if (m.rfind("packet数据 seek fpos=", 0) == 0) seeks.push_back(m);
+    const std::vector<std::string> logged = {"packet数据 seek fpos=100", "packet数据 seek fpos=150",
+                                             "packet数据 seek fpos=170", "packet数据 seek fpos=10",
+                                             "packet数据 seek fpos=15"};
+    EXPECT_EQ(seeks, logged);
 }
 
 TEST(RepairEngineTest, ShortReadTurnsTheRestOfTheIndexIntoIgnoredLines) {
