@@ -5,7 +5,8 @@
 # A few seconds of real 1080p video and stereo AAC are encoded once; ffmpeg's concat demuxer
 # then lays their packets down again and again, with continuing timestamps, into one intact
 # MP4 (ffmpeg's own muxer writes its moov, co64 past 4 GiB). kinefix-index writes that
-# recording's index, and a copy cut at its moov box is the damaged file, as a crash leaves it.
+# recording's index (positions.idx: the same with every position given), and a copy cut at its
+# moov box is the damaged file, as a crash leaves it.
 # Sizes: quick = 0.5 GB, full = 5 GB (past 4 GiB: 64-bit offsets), or a number of MB.
 # Data sets already made are kept and reused. Prints the data set's directory last.
 set -euo pipefail
@@ -38,10 +39,30 @@ done
 # shellcheck source=bench/bench_lib.sh
 . "$(dirname "$0")/bench_lib.sh"
 
+# The index with every position spelled out, as a recorder's own index writer lists them.
+write_positions() {
+  awk -F';' '
+    /^[#{]/ { print; next }
+    {
+      line = ""
+      for (i = 1; i <= NF; i++) {
+        if ($i ~ /^[\r\n]*$/) continue
+        n = split($i, f, ",")
+        pos = (f[2] == "" || f[2] == 0) ? next_pos : f[2]
+        next_pos = pos + f[3]
+        entry = f[1] "," pos
+        for (j = 3; j <= n; j++) entry = entry "," f[j]
+        line = line entry ";"
+      }
+      print line
+    }' "$set_dir/intact.idx" >"$set_dir/positions.idx"
+}
+
 mkdir -p "$dir"
 dir=$(cd "$dir" && pwd)
 set_dir="$dir/${mb}mb"
 if [ -f "$set_dir/ready" ]; then
+  [ -s "$set_dir/positions.idx" ] || write_positions
   echo "$set_dir"
   exit 0
 fi
@@ -78,6 +99,7 @@ rm -f "$set_dir/clips.txt"
 
 echo "make_data: writing the index" >&2
 "$bin/kinefix-index" "$set_dir/intact.mp4" "$set_dir/intact.idx" >&2
+write_positions
 
 moov=$(moov_offset "$set_dir/intact.mp4")
 [ -n "$moov" ] || { echo "make_data: no moov box in intact.mp4" >&2; exit 1; }
