@@ -50,7 +50,7 @@ write_positions() {
         n = split($i, f, ",")
         pos = (f[2] == "" || f[2] == 0) ? next_pos : f[2]
         next_pos = pos + f[3]
-        entry = f[1] "," pos
+        entry = f[1] "," sprintf("%.0f", pos)  # past 2^31, awk would print 5.006e+09
         for (j = 3; j <= n; j++) entry = entry "," f[j]
         line = line entry ";"
       }
