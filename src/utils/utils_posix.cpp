@@ -102,17 +102,7 @@ bool opens_as_dir(const char* path) {
 bool stat_path(const char* path, FileStat* out) {
     struct stat st;
     if (path == nullptr || stat(path, &st) != 0) return false;
-    out->dev = static_cast<uint32_t>(st.st_dev);
-    out->ino = static_cast<uint64_t>(st.st_ino);
-    out->mode = static_cast<uint32_t>(st.st_mode);
-    out->nlink = static_cast<uint32_t>(st.st_nlink);
-    out->uid = static_cast<uint32_t>(st.st_uid);
-    out->gid = static_cast<uint32_t>(st.st_gid);
-    out->rdev = static_cast<uint32_t>(st.st_rdev);
-    out->size = static_cast<int64_t>(st.st_size);
-    out->atime = static_cast<int64_t>(st.st_atime);
-    out->mtime = static_cast<int64_t>(st.st_mtime);
-    out->ctime = static_cast<int64_t>(st.st_ctime);
+    fill_stat(st, out);
     return true;
 }
 

@@ -20,6 +20,22 @@ bool opens_as_dir(const char* path);
 // The stat calls in the platform's fallback order; false when every spelling fails.
 bool stat_path(const char* path, FileStat* out);
 
+// Copies a system stat record (struct stat, struct _stat64) into the portable one.
+template <typename SysStat>
+void fill_stat(const SysStat& st, FileStat* out) {
+    out->dev = static_cast<uint32_t>(st.st_dev);
+    out->ino = static_cast<uint64_t>(st.st_ino);
+    out->mode = static_cast<uint32_t>(st.st_mode);
+    out->nlink = static_cast<uint32_t>(st.st_nlink);
+    out->uid = static_cast<uint32_t>(st.st_uid);
+    out->gid = static_cast<uint32_t>(st.st_gid);
+    out->rdev = static_cast<uint32_t>(st.st_rdev);
+    out->size = static_cast<int64_t>(st.st_size);
+    out->atime = static_cast<int64_t>(st.st_atime);
+    out->mtime = static_cast<int64_t>(st.st_mtime);
+    out->ctime = static_cast<int64_t>(st.st_ctime);
+}
+
 // Removal of walked entries, which arrive as native strings.
 bool remove_native_dir(const NativeString& path);
 bool remove_native_file(const NativeString& path);

@@ -167,61 +167,21 @@ void Value::set_kind(int16_t kind) {
     kind_ = next;
 }
 
-void Value::set_int(int32_t v) {
-    free_payload();
-    clear_scalar();
-    scalar_.i = v;
-    kind_ = kValueInt;
-}
+void Value::set_int(int32_t v) { set_scalar(&Scalar::i, v, kValueInt); }
 
-void Value::set_uint(uint32_t v) {
-    free_payload();
-    clear_scalar();
-    scalar_.u = v;
-    kind_ = kValueUint;
-}
+void Value::set_uint(uint32_t v) { set_scalar(&Scalar::u, v, kValueUint); }
 
-void Value::set_float(float v) {
-    free_payload();
-    clear_scalar();
-    scalar_.f = v;
-    kind_ = kValueFloat;
-}
+void Value::set_float(float v) { set_scalar(&Scalar::f, v, kValueFloat); }
 
-void Value::set_double(double v) {
-    free_payload();
-    clear_scalar();
-    scalar_.d = v;
-    kind_ = kValueDouble;
-}
+void Value::set_double(double v) { set_scalar(&Scalar::d, v, kValueDouble); }
 
-void Value::set_pointer(const void* v) {
-    free_payload();
-    clear_scalar();
-    scalar_.p = v;
-    kind_ = kValuePointer;
-}
+void Value::set_pointer(const void* v) { set_scalar(&Scalar::p, v, kValuePointer); }
 
-void Value::set_int64(int64_t v) {
-    free_payload();
-    clear_scalar();
-    scalar_.ll = v;
-    kind_ = kValueInt64;
-}
+void Value::set_int64(int64_t v) { set_scalar(&Scalar::ll, v, kValueInt64); }
 
-void Value::set_uint64(uint64_t v) {
-    free_payload();
-    clear_scalar();
-    scalar_.ull = v;
-    kind_ = kValueUint64;
-}
+void Value::set_uint64(uint64_t v) { set_scalar(&Scalar::ull, v, kValueUint64); }
 
-void Value::set_bool(bool v) {
-    free_payload();
-    clear_scalar();
-    scalar_.b = v;
-    kind_ = kValueBool;
-}
+void Value::set_bool(bool v) { set_scalar(&Scalar::b, v, kValueBool); }
 
 void Value::set_string(const char* text) {
     set_string(text, text ? static_cast<int>(std::strlen(text)) : 0);

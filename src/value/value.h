@@ -118,6 +118,15 @@ private:
         unsigned char raw[32];
     };
 
+    // Drops the payload, clears the scalar area, stores one scalar and its kind.
+    template <typename T>
+    void set_scalar(T Scalar::*member, T v, ValueKind kind) {
+        free_payload();
+        clear_scalar();
+        scalar_.*member = v;
+        kind_ = kind;
+    }
+
     Scalar scalar_;
     ValueKind kind_ = kValueNull;
     char* payload_ = nullptr;
