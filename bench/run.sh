@@ -37,7 +37,7 @@ case $runs in *[!0-9]* | '' | 0) echo "run.sh: --runs takes a positive number" >
 [ -x /usr/bin/time ] || { echo "run.sh: needs GNU time in /usr/bin/time (apt-get install time)" >&2; exit 1; }
 if [ -z "$bin" ]; then
   bin=${KINEFIX_BUILD_DIR:-build-release}
-  cmake -S . -B "$bin" -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
+  cmake -S . -B "$bin" -G Ninja -DCMAKE_BUILD_TYPE=Release -DKINEFIX_TESTS=OFF >/dev/null
   cmake --build "$bin" --target kinefix kinefix-index >/dev/null
 fi
 bin=$(cd "$bin" && pwd)
@@ -65,9 +65,10 @@ prepare() {
   fi
 }
 
-# time_one TOOL STDOUT COMMAND...: wall time including the sync, and peak memory.
+# time_one TOOL STDOUT COMMAND...: wall time including the sync, the program's own time, and its
+# peak memory.
 time_one() {
-  local tool=$1 stdout=$2 t0 t1
+  local tool=$1 stdout=$2 t0 tp t1
   shift 2
   t0=$(date +%s%N)
   if ! "${rt[@]}" /usr/bin/time -v -o "$work/time.txt" "$@" >"$stdout" 2>"$work/$tool.err"; then
@@ -75,9 +76,11 @@ time_one() {
     tail -5 "$work/$tool.err" >&2
     exit 1
   fi
+  tp=$(date +%s%N)
   "${rt[@]}" sync
   t1=$(date +%s%N)
   secs[$tool]+=" $(awk -v n=$((t1 - t0)) 'BEGIN { printf "%.3f", n / 1e9 }')"
+  proc[$tool]+=" $(awk -v n=$((tp - t0)) 'BEGIN { printf "%.3f", n / 1e9 }')"
   kb[$tool]+=" $(awk '/Maximum resident set size/ { print $NF }' "$work/time.txt")"
 }
 
@@ -111,7 +114,7 @@ cold_start() {
     "cp ${start_s[cp]} s, ffmpeg ${start_s[ffmpeg]} s, kinefix ${start_s[kinefix]} s"
 }
 
-tools=(cat cp dd ffmpeg kinefix kinefix-pos)
+tools=(cat cp ffmpeg kinefix kinefix-pos)
 declare -A first_mb last_mb start_s
 first_packets=0
 last_packets=0
@@ -131,7 +134,7 @@ bench_size() {
   intact_bytes=$(stat -c %s "$intact")
   packets=$(tr -cd ';' <"$index" | wc -c)
 
-  declare -gA secs=() kb=()
+  declare -gA secs=() proc=() kb=()
   echo
   echo "== $size: damaged $bytes bytes + index $(stat -c %s "$index") bytes ($packets packets); intact $intact_bytes bytes"
   echo "   $runs runs, $cache${rt:+, real-time priority}; load average at start:$(cut -d' ' -f1-3 /proc/loadavg | sed 's/^/ /')"
@@ -143,7 +146,6 @@ bench_size() {
       case $tool in
         cat) prepare "$damaged"; time_one cat /dev/null cat "$damaged" ;;
         cp) prepare "$damaged"; time_one cp /dev/null cp "$damaged" "$out/cp.mp4" ;;
-        dd) prepare "$damaged"; time_one dd /dev/null dd if="$damaged" of="$out/dd.mp4" bs=256K status=none ;;
         ffmpeg)
           prepare "$intact"
           time_one ffmpeg /dev/null ffmpeg -v error -nostdin -y -i "$intact" -map 0 -c copy "$out/ffmpeg.mp4" ;;
@@ -161,7 +163,7 @@ bench_size() {
   echo "   load average at end:$(cut -d' ' -f1-3 /proc/loadavg | sed 's/^/ /')"
 
   declare -A med mib
-  printf '   %-31s %9s %8s %9s   %s\n' "" "median s" "MB/s" "peak MiB" "all runs (s)"
+  printf '   %-31s %9s %8s %9s %9s   %s\n' "" "median s" "MB/s" "w/o sync" "peak MiB" "all runs (s)"
   for tool in "${tools[@]}"; do
     # shellcheck disable=SC2086
     med[$tool]=$(median ${secs[$tool]})
@@ -172,13 +174,14 @@ bench_size() {
     case $tool in
       cat) label="cat (read only)" ;;
       cp) label="cp + sync" ;;
-      dd) label="dd bs=256K + sync" ;;
       ffmpeg) label="ffmpeg -c copy + sync" ;;
       kinefix) label="kinefix + sync" ;;
       kinefix-pos) label="kinefix, positions given + sync" ;;
     esac
-    printf '   %-31s %9.3f %8.1f %9s  %s\n' "$label" "${med[$tool]}" \
-      "$(awk -v b="$input" -v s="${med[$tool]}" 'BEGIN { print b / s / 1e6 }')" "${mib[$tool]}" "${secs[$tool]}"
+    # shellcheck disable=SC2086
+    printf '   %-31s %9.3f %8.1f %9.3f %9s  %s\n' "$label" "${med[$tool]}" \
+      "$(awk -v b="$input" -v s="${med[$tool]}" 'BEGIN { print b / s / 1e6 }')" "$(median ${proc[$tool]})" \
+      "${mib[$tool]}" "${secs[$tool]}"
   done
   local k r
   for k in kinefix kinefix-pos; do
@@ -187,9 +190,6 @@ bench_size() {
       "$k / ffmpeg = $(ratio "${med[$k]}" "${med[ffmpeg]}")" \
       "(target <= 0.75: $(verdict "$(ratio "${med[$k]}" "${med[ffmpeg]}")" 0.75))"
   done
-  # cp copies inside the kernel (copy_file_range); dd is what any copy through a program's own
-  # memory costs on this machine.
-  echo "   kinefix / dd = $(ratio "${med[kinefix]}" "${med[dd]}"), dd / cp = $(ratio "${med[dd]}" "${med[cp]}")"
   if [ -n "${start_s[kinefix]:-}" ]; then
     echo "   less each program's cold start: kinefix / cp = $(ratio \
       "$(awk -v a="${med[kinefix]}" -v b="${start_s[kinefix]}" 'BEGIN { print a - b }')" \
