@@ -9,37 +9,18 @@
 #include "cmdline/object_text.h"
 #include "crypt/crypt.h"
 #include "log/log.h"
+#include "utils/c_text.h"
+#include "utils/file_guard.h"
 #include "utils/file_offset.h"
 #include "utils/utils.h"
 
 namespace {
-
-// Closes the parse-time handle at every return of Parse.
-class FileGuard {
-public:
-    explicit FileGuard(FILE* f) : f_(f) {}
-    ~FileGuard() {
-        if (f_) fclose(f_);
-    }
-    FileGuard(const FileGuard&) = delete;
-    FileGuard& operator=(const FileGuard&) = delete;
-
-private:
-    FILE* f_;
-};
 
 int to_int(const std::string& text) {
     long v = strtol(text.c_str(), nullptr, 10);
     if (v > INT32_MAX) return INT32_MAX;
     if (v < INT32_MIN) return INT32_MIN;
     return static_cast<int>(v);
-}
-
-char* copy_text(const char* text) {
-    size_t n = strlen(text) + 1;
-    char* copy = static_cast<char*>(malloc(n));
-    if (copy) memcpy(copy, text, n);
-    return copy;
 }
 
 // Fills the fields both kinds share.
@@ -51,7 +32,7 @@ void read_common(const zp::ObjectText& obj, StreamDesc* desc) {
     desc->tb_den = to_int(obj.get_string("tb.den", ""));
     const std::string ev = obj.get_string("ev", "");
     // No text means no extradata: the engine then gives the stream no output at all.
-    if (!ev.empty()) desc->extradata = copy_text(ev.c_str());
+    if (!ev.empty()) desc->extradata = zp::copy_text(ev.c_str());
 }
 
 }  // namespace
@@ -94,7 +75,7 @@ bool MoovParser::Parse(const char* path) {
         ZP_LOGE("无法打开moov文件: %s", path ? path : "");
         return false;
     }
-    FileGuard guard(f);
+    zp::FileGuard guard(f);
 
     int line_no = 0;
     zp::ObjectText obj;
@@ -140,7 +121,7 @@ bool MoovParser::Parse(const char* path) {
         return false;
     }
 
-    path_ = copy_text(path);
+    path_ = zp::copy_text(path);
     if (!path_ || zp::file_seek(f, 0, SEEK_END) != 0) return false;
     total_size_ = zp::file_tell(f);
     return true;
@@ -178,7 +159,7 @@ bool MoovParser::BuildAvcConfig() {
     for (size_t i = 0; i < record.size(); ++i) snprintf(&dump[i * 3], 4, "%02x,", record[i]);
     ZP_LOGD("===> ext_result: %s\n", dump.data());
 
-    char* text = copy_text(crypt->encode_bytes(record.data(), record.size()).c_str());
+    char* text = zp::copy_text(crypt->encode_bytes(record.data(), record.size()).c_str());
     if (!text) return false;
     free(video_.extradata);
     video_.extradata = text;

@@ -11,6 +11,7 @@
 #include "log/log.h"
 #include "restore/ffmpeg_compat.h"
 #include "restore/packet_entry.h"
+#include "utils/file_guard.h"
 #include "utils/file_offset.h"
 #include "utils/same_file.h"
 #include "utils/utils.h"
@@ -23,19 +24,6 @@ constexpr int kProgressEvery = 10;
 constexpr double kQuietErrorProgress = 0.9;
 // Growth of the packet buffer per read while the damaged file's length is unknown.
 constexpr int64_t kUnknownLengthStep = 1 << 20;
-
-class FileGuard {
-public:
-    explicit FileGuard(FILE* f) : file_(f) {}
-    ~FileGuard() {
-        if (file_) fclose(file_);
-    }
-    FileGuard(const FileGuard&) = delete;
-    FileGuard& operator=(const FileGuard&) = delete;
-
-private:
-    FILE* file_;
-};
 
 // Like av_ts_make_time_string, into a caller's buffer that the three texts of one write-error
 // line share (so that line shows the last text written in all three places).
@@ -142,7 +130,7 @@ void RepairEngine::Run(const char* broken_file, const char* moov_file, const cha
         ZP_LOGE("无法打开mdata文件: %s", broken_file);
         return;
     }
-    FileGuard broken_guard(broken);
+    zp::FileGuard broken_guard(broken);
     broken_size_ = -1;
     if (zp::file_seek(broken, 0, SEEK_END) == 0) broken_size_ = zp::file_tell(broken);
     zp::file_seek(broken, 0, SEEK_SET);

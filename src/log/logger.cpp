@@ -6,21 +6,10 @@
 #include <cstring>
 #include <ctime>
 
+#include "utils/c_text.h"
 #include "utils/utils.h"
 
 namespace zp {
-
-namespace {
-
-char* copy_text(const char* s) {
-    if (s == nullptr) return nullptr;
-    size_t n = strlen(s) + 1;
-    char* out = static_cast<char*>(malloc(n));
-    if (out != nullptr) memcpy(out, s, n);
-    return out;
-}
-
-}  // namespace
 
 Logger::Sink& Logger::sink() {
     static Sink s;

@@ -6,6 +6,7 @@
 #include <mutex>
 
 #include "sync/thread_id.h"
+#include "utils/c_text.h"
 
 namespace zp {
 
@@ -18,13 +19,6 @@ const char kIndent[] =
     "|   |   |   |   |   |   |   |   |   |   |   |   |   |   |   |   |   |   |   |   "
     "|   |   |   |   |   |   |   |   |   |   |   |   |   |   |   |   |   |   |   |   ";
 const int kIndentLen = static_cast<int>(strlen(kIndent));
-
-char* copy_text(const char* s) {
-    size_t n = strlen(s) + 1;
-    char* out = static_cast<char*>(malloc(n));
-    if (out != nullptr) memcpy(out, s, n);
-    return out;
-}
 
 std::mutex& sink_lock() {
     static std::mutex m;
