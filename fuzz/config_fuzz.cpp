@@ -46,8 +46,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (first.find("\n#") != std::string::npos) return 0;
     const std::string second = LoadTouchSave(path);
     if (first != second) {
-        fprintf(stderr, "saved store changed on reload:\n--- first\n%s--- second\n%s", first.c_str(),
-                second.c_str());
+        fprintf(stderr, "saved store changed on reload:\n--- first\n%s--- second\n%s",
+                first.c_str(), second.c_str());
         abort();
     }
     return 0;

@@ -15,8 +15,8 @@ namespace kinefix_fuzz {
 inline const std::filesystem::path& scratch_dir() {
     static const std::filesystem::path dir = [] {
         std::random_device rd;
-        std::filesystem::path p = std::filesystem::temp_directory_path() /
-                                  ("kinefix-fuzz-" + std::to_string(rd()));
+        std::filesystem::path p =
+            std::filesystem::temp_directory_path() / ("kinefix-fuzz-" + std::to_string(rd()));
         std::filesystem::create_directories(p);
         return p;
     }();
@@ -29,7 +29,9 @@ inline const std::filesystem::path& scratch_dir() {
     return dir;
 }
 
-inline std::string scratch_path(const std::string& name) { return (scratch_dir() / name).string(); }
+inline std::string scratch_path(const std::string& name) {
+    return (scratch_dir() / name).string();
+}
 
 inline bool write_whole(const std::string& path, const uint8_t* data, size_t size) {
     FILE* f = fopen(path.c_str(), "wb");

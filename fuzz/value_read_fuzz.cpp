@@ -19,31 +19,31 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // What the writer produces reads back as the same thing; the error kind loses bytes by
     // design and the float kinds lose digits, so those keep only their kind.
     switch (value.kind()) {
-    case zp::kValueString:
-    case zp::kValueMap:
-    case zp::kValueList:
-        if (again.kind() != value.kind() || again.as_string() != value.as_string()) abort();
-        break;
-    case zp::kValueInt:
-    case zp::kValueUint:
-    case zp::kValueInt64:
-    case zp::kValueUint64:
-    case zp::kValueBool:
-        if (again.kind() != value.kind() || again.as_int64() != value.as_int64() ||
-            again.as_uint64() != value.as_uint64())
-            abort();
-        break;
-    case zp::kValuePointer:
-    case zp::kValuePtrSize:
-        if (again.kind() != value.kind() || again.as_pointer() != value.as_pointer()) abort();
-        break;
-    case zp::kValueFloat:
-    case zp::kValueDouble:
-    case zp::kValueError:
-        if (again.kind() != value.kind()) abort();
-        break;
-    default:
-        break;
+        case zp::kValueString:
+        case zp::kValueMap:
+        case zp::kValueList:
+            if (again.kind() != value.kind() || again.as_string() != value.as_string()) abort();
+            break;
+        case zp::kValueInt:
+        case zp::kValueUint:
+        case zp::kValueInt64:
+        case zp::kValueUint64:
+        case zp::kValueBool:
+            if (again.kind() != value.kind() || again.as_int64() != value.as_int64() ||
+                again.as_uint64() != value.as_uint64())
+                abort();
+            break;
+        case zp::kValuePointer:
+        case zp::kValuePtrSize:
+            if (again.kind() != value.kind() || again.as_pointer() != value.as_pointer()) abort();
+            break;
+        case zp::kValueFloat:
+        case zp::kValueDouble:
+        case zp::kValueError:
+            if (again.kind() != value.kind()) abort();
+            break;
+        default:
+            break;
     }
 
     // Copies own their payloads: destroying the original must leave the copy intact.

@@ -138,8 +138,7 @@ bool MoovParser::BuildAvcConfig() {
         !crypt->split_sps_pps(bytes.data(), bytes.size(), &sps, &pps))
         return false;
     // Profile, compatibility and level come from SPS bytes 1..3; lengths are 16-bit.
-    if (sps.size() < 4 || pps.empty() || sps.size() > 0xffff || pps.size() > 0xffff)
-        return false;
+    if (sps.size() < 4 || pps.empty() || sps.size() > 0xffff || pps.size() > 0xffff) return false;
 
     std::vector<uint8_t> record;
     record.reserve(11 + sps.size() + pps.size());

@@ -9,7 +9,7 @@
 struct StreamDesc {
     int index = 0;
     char codec[16] = {0};
-    char format[16] = {0};  // pixel format (video) or sample format (audio) name
+    char format[16] = {0};      // pixel format (video) or sample format (audio) name
     char* extradata = nullptr;  // the `ev` text, owned; null when absent or empty
     int tb_num = 0;
     int tb_den = 0;
@@ -27,7 +27,7 @@ struct VideoDesc : StreamDesc {
 };
 
 class MoovParser {
-public:
+  public:
     static constexpr int kLineMax = 8192;
     static constexpr size_t kBlockSize = 1 << 16;
 
@@ -55,7 +55,7 @@ public:
     bool has_audio() const { return has_audio_; }
     bool has_video() const { return has_video_; }
 
-private:
+  private:
     // One line as fgets reads it (at most kLineMax - 1 bytes, '\n' kept); false at the end.
     bool ReadLine();
 

@@ -40,12 +40,9 @@ struct Field {
 };
 
 const Field kFields[7] = {
-    {false, nullptr, &PacketEntry::stream_index},
-    {true, &PacketEntry::position, nullptr},
-    {false, nullptr, &PacketEntry::size},
-    {true, &PacketEntry::pts_step, nullptr},
-    {true, &PacketEntry::dts_step, nullptr},
-    {true, &PacketEntry::duration, nullptr},
+    {false, nullptr, &PacketEntry::stream_index}, {true, &PacketEntry::position, nullptr},
+    {false, nullptr, &PacketEntry::size},         {true, &PacketEntry::pts_step, nullptr},
+    {true, &PacketEntry::dts_step, nullptr},      {true, &PacketEntry::duration, nullptr},
     {false, nullptr, &PacketEntry::key},
 };
 

@@ -78,8 +78,8 @@ bool DescribeStream(AVStream* stream, const StreamDesc& desc, bool video) {
     }
     par->codec_id = codec->id;
     if (!extradata.empty()) {
-        auto* bytes = static_cast<uint8_t*>(
-            av_mallocz(extradata.size() + AV_INPUT_BUFFER_PADDING_SIZE));
+        auto* bytes =
+            static_cast<uint8_t*>(av_mallocz(extradata.size() + AV_INPUT_BUFFER_PADDING_SIZE));
         if (bytes) {
             memcpy(bytes, extradata.data(), extradata.size());
             av_freep(&par->extradata);
@@ -145,8 +145,10 @@ void RepairEngine::Run(const char* broken_file, const char* moov_file, const cha
         bool video;
     };
     std::vector<Slot> plan;
-    if (parser.video().extradata && *parser.video().extradata) plan.push_back({&parser.video(), true});
-    if (parser.audio().extradata && *parser.audio().extradata) plan.push_back({&parser.audio(), false});
+    if (parser.video().extradata && *parser.video().extradata)
+        plan.push_back({&parser.video(), true});
+    if (parser.audio().extradata && *parser.audio().extradata)
+        plan.push_back({&parser.audio(), false});
 
     int ret = 0;
     AVFormatContext* output = nullptr;
@@ -192,7 +194,8 @@ void RepairEngine::Run(const char* broken_file, const char* moov_file, const cha
         if (!(output->oformat->flags & AVFMT_NOFILE)) avio_closep(&output->pb);
         avformat_free_context(output);
     }
-    if (ret < 0 && ret != AVERROR_EOF) fprintf(stderr, "Error occurred: %s\n", ErrorText(ret).c_str());
+    if (ret < 0 && ret != AVERROR_EOF)
+        fprintf(stderr, "Error occurred: %s\n", ErrorText(ret).c_str());
 }
 
 bool RepairEngine::CopyPackets(AVFormatContext* output, FILE* broken, MoovParser* parser) {
@@ -219,7 +222,8 @@ bool RepairEngine::CopyPackets(AVFormatContext* output, FILE* broken, MoovParser
     }
     printf("progress:1.0\n");
     fflush(stdout);
-    ZP_LOGE(">> 执行完成 （忽略索引: [%d ~ %d) 共%d行）", first_ignored, first_ignored + ignored, ignored);
+    ZP_LOGE(">> 执行完成 （忽略索引: [%d ~ %d) 共%d行）", first_ignored, first_ignored + ignored,
+            ignored);
     return true;
 }
 
@@ -285,14 +289,15 @@ void RepairEngine::WriteLine(AVFormatContext* output, FILE* broken, MoovParser* 
         const int ret = av_write_frame(output, pkt);
         if (ret < 0) {
             char text[32];
-            const char* duration_text = TimeText(text, sizeof(text), pkt->duration, stream->time_base);
+            const char* duration_text =
+                TimeText(text, sizeof(text), pkt->duration, stream->time_base);
             const char* dts_text = TimeText(text, sizeof(text), pkt->dts, stream->time_base);
             const char* pts_text = TimeText(text, sizeof(text), pkt->pts, stream->time_base);
-            printf("pts:%lld pts_time:%s dts:%lld dts_time:%s duration:%lld duration_time:%s "
-                   "stream_index:%d\n",
-                   static_cast<long long>(pkt->pts), pts_text, static_cast<long long>(pkt->dts),
-                   dts_text, static_cast<long long>(pkt->duration), duration_text,
-                   pkt->stream_index);
+            printf(
+                "pts:%lld pts_time:%s dts:%lld dts_time:%s duration:%lld duration_time:%s "
+                "stream_index:%d\n",
+                static_cast<long long>(pkt->pts), pts_text, static_cast<long long>(pkt->dts),
+                dts_text, static_cast<long long>(pkt->duration), duration_text, pkt->stream_index);
             fflush(stdout);
             const std::string error = ErrorText(ret);
             const double progress = parser->Progress();
@@ -321,13 +326,15 @@ bool RepairEngine::ReadPacketData(FILE* broken, int64_t position, int size) {
         ZP_LOGD("packet数据 seek fpos=%lld", static_cast<long long>(position));
         if (!moved) {
             // Reading on from where the file stands would hand the muxer another packet's bytes.
-            ZP_LOGE("packet数据 seek 失败 fpos=%lld，该行索引处理结束", static_cast<long long>(position));
+            ZP_LOGE("packet数据 seek 失败 fpos=%lld，该行索引处理结束",
+                    static_cast<long long>(position));
             return false;
         }
         read_position_ = position;
     }
     int64_t remaining = INT64_MAX;
-    if (broken_size_ >= 0) remaining = broken_size_ > read_position_ ? broken_size_ - read_position_ : 0;
+    if (broken_size_ >= 0)
+        remaining = broken_size_ > read_position_ ? broken_size_ - read_position_ : 0;
 
     int got = 0;
     if (size >= 0 && size <= remaining) {
@@ -342,19 +349,22 @@ bool RepairEngine::ReadPacketData(FILE* broken, int64_t position, int size) {
                 buffer_ = static_cast<uint8_t*>(grown);
                 capacity_ = target;
             }
-            const int n = static_cast<int>(fread(buffer_ + got, 1, static_cast<size_t>(target - got), broken));
+            const int n = static_cast<int>(
+                fread(buffer_ + got, 1, static_cast<size_t>(target - got), broken));
             got += n;
             read_position_ += n;
             if (got < target) break;
         }
         if (got == size) return true;
     } else {
-        if (broken_size_ >= 0) got = static_cast<int>(remaining < INT32_MAX ? remaining : INT32_MAX);
+        if (broken_size_ >= 0)
+            got = static_cast<int>(remaining < INT32_MAX ? remaining : INT32_MAX);
         zp::file_seek(broken, 0, SEEK_END);
         read_position_ = broken_size_;
         fgetc(broken);  // sets the end-of-file indicator
     }
-    ZP_LOGE("读取packet数据 %d < %d(需求)，该行索引处理结束 (eof=%d, fpos=%lld) err_code=%d", got, size,
-            feof(broken) ? 1 : 0, static_cast<long long>(zp::file_tell(broken)), ferror(broken));
+    ZP_LOGE("读取packet数据 %d < %d(需求)，该行索引处理结束 (eof=%d, fpos=%lld) err_code=%d", got,
+            size, feof(broken) ? 1 : 0, static_cast<long long>(zp::file_tell(broken)),
+            ferror(broken));
     return false;
 }

@@ -11,7 +11,7 @@ struct AVFormatContext;
 struct AVPacket;
 
 class RepairEngine {
-public:
+  public:
     RepairEngine();
     ~RepairEngine();
     RepairEngine(const RepairEngine&) = delete;
@@ -24,7 +24,7 @@ public:
     // Writes the packets of one packet line; a bad entry drops the rest of its line.
     void WriteLine(AVFormatContext* output, FILE* broken, MoovParser* parser, const char* line);
 
-private:
+  private:
     bool ReadPacketData(FILE* broken, int64_t position, int size);
 
     int64_t audio_pts_ = 0;

@@ -47,7 +47,9 @@ void set_program_paths(const char* argv0) {
     g_programName = file.substr(0, file.find('.'));
 }
 
-extern "C" void run_exit_hooks_at_exit() { RunExitHooks(); }
+extern "C" void run_exit_hooks_at_exit() {
+    RunExitHooks();
+}
 
 }  // namespace
 

@@ -132,14 +132,16 @@ bool VideoLine(const AVStream* st, int out, std::string* line) {
         }
     } else if (par->extradata_size > 0) {
         annexb.assign(par->extradata, par->extradata + par->extradata_size);
-        fprintf(stderr, "kinefix-index: warning: H.264 stored in Annex B form; an MP4/MOV repair "
-                        "expects length-prefixed packets\n");
+        fprintf(stderr,
+                "kinefix-index: warning: H.264 stored in Annex B form; an MP4/MOV repair "
+                "expects length-prefixed packets\n");
     } else {
         fprintf(stderr, "kinefix-index: the H.264 stream carries no SPS/PPS\n");
         return false;
     }
     if (length_size != 4)
-        fprintf(stderr, "kinefix-index: warning: NAL length size %d, kinefix writes 4\n", length_size);
+        fprintf(stderr, "kinefix-index: warning: NAL length size %d, kinefix writes 4\n",
+                length_size);
     const char* format = av_get_pix_fmt_name(static_cast<AVPixelFormat>(par->format));
     *line = "{" + Quoted("type", "video") + "," + Number("index", out) + "," +
             Quoted("codec", avcodec_get_name(par->codec_id)) + "," +
@@ -163,8 +165,8 @@ bool AudioLine(const AVStream* st, int out, std::string* line) {
             Quoted("format", format ? format : "") + "," + Number("tb.num", st->time_base.num) +
             "," + Number("tb.den", st->time_base.den) + "," +
             Number("channels", kinefix_compat::channels(par)) + "," +
-            Number("sample_rate", par->sample_rate) + "," + Number("frame_size", frame_size) +
-            "," + Quoted("ev", Base64(config)) + "}\n";
+            Number("sample_rate", par->sample_rate) + "," + Number("frame_size", frame_size) + "," +
+            Quoted("ev", Base64(config)) + "}\n";
     return true;
 }
 
@@ -260,8 +262,8 @@ void AppendField(std::string* out, int64_t value, bool compact, char separator) 
 // cannot be written (a zero step means "same as pts"); that happens only for a kind's first
 // packet decoding at 0, which is moved one tick earlier. Returns how many packets the format
 // cannot express exactly.
-int WritePackets(FILE* out, const std::vector<Packet>& packets, const Options& o,
-                 int audio_index, int audio_out, int audio_frame_size) {
+int WritePackets(FILE* out, const std::vector<Packet>& packets, const Options& o, int audio_index,
+                 int audio_out, int audio_frame_size) {
     int64_t acc[2][2] = {{0, 0}, {0, 0}};  // [audio kind][pts, dts]
     int64_t next_read = 0;
     int inexact = 0;
@@ -316,8 +318,10 @@ int Export(const Options& o) {
     Chosen video, audio;
     for (unsigned i = 0; i < in->nb_streams; ++i) {
         const AVCodecParameters* par = in->streams[i]->codecpar;
-        if (video.source < 0 && par->codec_id == AV_CODEC_ID_H264) video.source = static_cast<int>(i);
-        if (audio.source < 0 && par->codec_id == AV_CODEC_ID_AAC) audio.source = static_cast<int>(i);
+        if (video.source < 0 && par->codec_id == AV_CODEC_ID_H264)
+            video.source = static_cast<int>(i);
+        if (audio.source < 0 && par->codec_id == AV_CODEC_ID_AAC)
+            audio.source = static_cast<int>(i);
     }
     if (video.source < 0 && audio.source < 0) {
         fprintf(stderr, "kinefix-index: '%s' has neither an H.264 nor an AAC stream\n", o.input);
@@ -366,11 +370,13 @@ int Export(const Options& o) {
         return 1;
     }
     if (inexact > 0)
-        fprintf(stderr, "kinefix-index: note: %d packet(s) get timestamps one tick off or a "
-                        "default duration (the index format cannot express theirs)\n", inexact);
+        fprintf(stderr,
+                "kinefix-index: note: %d packet(s) get timestamps one tick off or a "
+                "default duration (the index format cannot express theirs)\n",
+                inexact);
     printf("kinefix-index: %llu packets indexed (video %s, audio %s), version %d\n",
-           static_cast<unsigned long long>(packets.size()),
-           video.source >= 0 ? "yes" : "no", audio.source >= 0 ? "yes" : "no", o.version);
+           static_cast<unsigned long long>(packets.size()), video.source >= 0 ? "yes" : "no",
+           audio.source >= 0 ? "yes" : "no", o.version);
     return 0;
 }
 

@@ -7,7 +7,7 @@
 namespace zp {
 
 class Blocking_IO {
-public:
+  public:
     Blocking_IO();
     // Aborts first, so that no consumer stays blocked on a queue that goes away.
     virtual ~Blocking_IO();
@@ -24,7 +24,7 @@ public:
     virtual void abort();
     virtual bool is_aborted();
 
-private:
+  private:
     struct State;
     State* st_;
 };

@@ -22,7 +22,7 @@ static_assert(sizeof(ChannelMessage) == 32, "channel messages are 32 bytes");
 class Channel;
 
 class Abstract_Channel : public Abstract_Base {
-public:
+  public:
     using Abstract_Base::Abstract_Base;
     ~Abstract_Channel() override = default;
 
@@ -40,7 +40,7 @@ public:
 };
 
 class Channel : public Abstract_Channel {
-public:
+  public:
     explicit Channel(Admin* owner);
     ~Channel() override;
     Channel(const Channel&) = delete;
@@ -58,7 +58,7 @@ public:
     // The queue underneath (for callers that move raw strings).
     Blocking_IO& io() { return io_; }
 
-private:
+  private:
     Blocking_IO io_;
     std::mutex table_lock_;
     std::map<std::string, std::shared_ptr<Channel>> table_;

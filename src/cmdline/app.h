@@ -12,7 +12,7 @@ namespace zp {
 class Data;
 
 class App : public Abstract_Base {
-public:
+  public:
     explicit App(Admin* owner = nullptr);
     // Destroys the data store first.
     ~App() override;
@@ -53,7 +53,7 @@ public:
 
     Data* data() const { return data_; }
 
-private:
+  private:
     void set_field(std::string* field, const char* format, const char* v);
 
     std::string name_;

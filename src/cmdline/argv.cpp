@@ -11,7 +11,9 @@ namespace zp {
 
 namespace {
 
-const char* safe(const char* s) { return s ? s : ""; }
+const char* safe(const char* s) {
+    return s ? s : "";
+}
 
 }  // namespace
 
@@ -69,22 +71,37 @@ Value Argv::get(const char* name, const Value& expected) {
     }
     Value out;
     switch (expected.kind()) {
-        case kValueInt: out.set_int(parser_->get_value<int32_t>(n)); break;
-        case kValueUint: out.set_uint(parser_->get_value<uint32_t>(n)); break;
-        case kValueFloat: out.set_float(parser_->get_value<float>(n)); break;
-        case kValueDouble: out.set_double(parser_->get_value<double>(n)); break;
-        case kValueInt64: out.set_int64(parser_->get_value<int64_t>(n)); break;
-        case kValueUint64: out.set_uint64(parser_->get_value<uint64_t>(n)); break;
+        case kValueInt:
+            out.set_int(parser_->get_value<int32_t>(n));
+            break;
+        case kValueUint:
+            out.set_uint(parser_->get_value<uint32_t>(n));
+            break;
+        case kValueFloat:
+            out.set_float(parser_->get_value<float>(n));
+            break;
+        case kValueDouble:
+            out.set_double(parser_->get_value<double>(n));
+            break;
+        case kValueInt64:
+            out.set_int64(parser_->get_value<int64_t>(n));
+            break;
+        case kValueUint64:
+            out.set_uint64(parser_->get_value<uint64_t>(n));
+            break;
         case kValueString: {
             const std::string& s = parser_->get_value<std::string>(n);
             out.set_string(s.data(), static_cast<int>(s.size()));
             break;
         }
-        case kValueBool: out.set_bool(parser_->get_value<bool>(n)); break;
+        case kValueBool:
+            out.set_bool(parser_->get_value<bool>(n));
+            break;
         default:
-            std::printf("** Argv get: '%s' exist!  but not type: "
-                        "string,bool,int,uint,int64,float,double\n",
-                        n.c_str());
+            std::printf(
+                "** Argv get: '%s' exist!  but not type: "
+                "string,bool,int,uint,int64,float,double\n",
+                n.c_str());
             return expected;
     }
     return out;
@@ -103,9 +120,13 @@ bool Argv::exist(const char* name) {
     }
 }
 
-std::string Argv::usage() { return parser_ ? parser_->usage_text() : std::string(); }
+std::string Argv::usage() {
+    return parser_ ? parser_->usage_text() : std::string();
+}
 
-Abstract_Argv* Argv::new_instance() { return new Argv(owner_); }
+Abstract_Argv* Argv::new_instance() {
+    return new Argv(owner_);
+}
 
 void Argv::delete_instance(Abstract_Argv** instance) {
     if (!instance || !*instance) return;

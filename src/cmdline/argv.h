@@ -15,7 +15,7 @@ class parser;
 namespace zp {
 
 class Abstract_Argv : public Abstract_Base {
-public:
+  public:
     using Abstract_Base::Abstract_Base;
     ~Abstract_Argv() override = default;
 
@@ -37,7 +37,7 @@ public:
 };
 
 class Argv : public Abstract_Argv {
-public:
+  public:
     explicit Argv(Admin* owner = nullptr);
     ~Argv() override;
     Argv(const Argv&) = delete;
@@ -55,7 +55,7 @@ public:
     // The parser's messages of the last parse (empty before anything was declared).
     std::vector<std::string> errors() const;
 
-private:
+  private:
     std::unique_ptr<cmdline::parser> parser_;
 };
 

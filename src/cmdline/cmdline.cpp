@@ -28,7 +28,9 @@ const option_base* parser::find(const std::string& name) const {
     return it->second.get();
 }
 
-bool parser::is_set(const std::string& name) const { return find(name)->is_set(); }
+bool parser::is_set(const std::string& name) const {
+    return find(name)->is_set();
+}
 
 // A short char claimed twice fails the whole parse before any argument is looked at.
 bool parser::build_short_table(std::map<char, std::string>* table) {
@@ -93,8 +95,8 @@ void parser::parse_long(const std::string& text, int argc, const char* const* ar
 
 // "-abc": a and b are flags; c is a flag or takes the next argument as its value. Characters
 // after the first are never an attached value ("-k5" is k and 5).
-void parser::parse_short(const std::string& arg, const std::map<char, std::string>& table,
-                         int argc, const char* const* argv, int* i) {
+void parser::parse_short(const std::string& arg, const std::map<char, std::string>& table, int argc,
+                         const char* const* argv, int* i) {
     size_t last = arg.size() - 1;
     for (size_t j = 1; j < last; ++j) {
         auto it = table.find(arg[j]);

@@ -12,7 +12,7 @@
 namespace cmdline {
 
 class parser {
-public:
+  public:
     parser() = default;
     parser(const parser&) = delete;
     parser& operator=(const parser&) = delete;
@@ -25,8 +25,8 @@ public:
                     bool required, const T& def) {
         check_new(name);
         using option = option_with_value_with_reader<T, default_reader<T>>;
-        insert(std::make_unique<option>(name, short_name, required, def, desc,
-                                        default_reader<T>()));
+        insert(
+            std::make_unique<option>(name, short_name, required, def, desc, default_reader<T>()));
     }
 
     // True when the parse found no error. Option values of earlier parses are kept.
@@ -53,14 +53,14 @@ public:
     void set_program_name(const std::string& name) { program_name_ = name; }
     const std::string& program_name() const { return program_name_; }
 
-private:
+  private:
     void check_new(const std::string& name) const;
     void insert(std::unique_ptr<option_base> opt);
     const option_base* find(const std::string& name) const;
     bool build_short_table(std::map<char, std::string>* table);
     void parse_long(const std::string& text, int argc, const char* const* argv, int* i);
-    void parse_short(const std::string& arg, const std::map<char, std::string>& table,
-                     int argc, const char* const* argv, int* i);
+    void parse_short(const std::string& arg, const std::map<char, std::string>& table, int argc,
+                     const char* const* argv, int* i);
     void set_option(const std::string& name);
     void set_option(const std::string& name, const std::string& value);
 

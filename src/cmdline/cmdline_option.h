@@ -8,7 +8,7 @@
 namespace cmdline {
 
 class option_base {
-public:
+  public:
     virtual ~option_base() = default;
 
     virtual bool takes_value() const = 0;
@@ -27,7 +27,7 @@ public:
 };
 
 class option_without_value : public option_base {
-public:
+  public:
     option_without_value(const std::string& name, char short_name, const std::string& desc)
         : name_(name), short_(short_name), desc_(desc) {}
 
@@ -45,7 +45,7 @@ public:
     const std::string& help_text() const override { return desc_; }
     std::string usage_token() const override { return "--" + name_; }
 
-private:
+  private:
     std::string name_;
     char short_;
     bool given_ = false;
@@ -54,10 +54,14 @@ private:
 
 template <class T>
 class option_with_value : public option_base {
-public:
+  public:
     option_with_value(const std::string& name, char short_name, bool required, const T& def,
                       const std::string& desc)
-        : name_(name), short_(short_name), required_(required), def_(def), actual_(def),
+        : name_(name),
+          short_(short_name),
+          required_(required),
+          def_(def),
+          actual_(def),
           desc_(full_description(desc)) {}
 
     bool takes_value() const override { return true; }
@@ -82,10 +86,10 @@ public:
     // The given value, or the default while none was given.
     const T& get() const { return actual_; }
 
-protected:
+  protected:
     virtual T read_text(const std::string& text) = 0;
 
-private:
+  private:
     // Built once: "repeat (int [=3])", or "input file (string)" when required.
     std::string full_description(const std::string& desc) const {
         std::string out = desc + " (" + type_label<T>();
@@ -104,15 +108,15 @@ private:
 
 template <class T, class F>
 class option_with_value_with_reader : public option_with_value<T> {
-public:
+  public:
     option_with_value_with_reader(const std::string& name, char short_name, bool required,
                                   const T& def, const std::string& desc, F reader)
         : option_with_value<T>(name, short_name, required, def, desc), reader_(reader) {}
 
-protected:
+  protected:
     T read_text(const std::string& text) override { return reader_(text); }
 
-private:
+  private:
     F reader_;
 };
 

@@ -13,12 +13,12 @@ namespace cmdline {
 
 // Raised by declarations and look-ups that name a duplicate or unknown option.
 class cmdline_error : public std::exception {
-public:
+  public:
     explicit cmdline_error(const std::string& msg) : msg_(msg) {}
     ~cmdline_error() noexcept override = default;
     const char* what() const noexcept override { return msg_.c_str(); }
 
-private:
+  private:
     std::string msg_;
 };
 

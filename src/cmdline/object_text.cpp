@@ -8,7 +8,9 @@ namespace zp {
 
 namespace {
 
-bool is_space(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; }
+bool is_space(char c) {
+    return std::isspace(static_cast<unsigned char>(c)) != 0;
+}
 
 // Copies a bracketed value, nesting counted, up to its closing bracket or the text's end.
 size_t capture_nested(const std::string& s, size_t p, char open, char close,

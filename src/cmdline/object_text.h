@@ -8,7 +8,7 @@
 namespace zp {
 
 class ObjectText {
-public:
+  public:
     using Member = std::pair<std::string, std::string>;
 
     // Replaces the members with those of `text`. Never fails: a text with no recognisable
@@ -23,7 +23,7 @@ public:
     const std::vector<Member>& members() const { return members_; }
     void clear() { members_.clear(); }
 
-private:
+  private:
     const Member* find(const std::string& key) const;
 
     std::vector<Member> members_;

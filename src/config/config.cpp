@@ -129,7 +129,8 @@ std::string Config::reg_path() {
 
 bool Config::reg_read(const char* name, std::string* value) {
     std::vector<char> buf(4096, '\0');
-    if (reg_get(reg_path().c_str(), name, buf.data(), static_cast<int>(buf.size())) != 0) return false;
+    if (reg_get(reg_path().c_str(), name, buf.data(), static_cast<int>(buf.size())) != 0)
+        return false;
     if (value) *value = buf.data();
     return true;
 }
@@ -138,6 +139,8 @@ bool Config::reg_write(const char* name, const char* value) {
     return reg_set(reg_path().c_str(), name, value) == 0;
 }
 
-bool Config::reg_delete(const char* name) { return zp::reg_delete(reg_path().c_str(), name) == 0; }
+bool Config::reg_delete(const char* name) {
+    return zp::reg_delete(reg_path().c_str(), name) == 0;
+}
 
 }  // namespace zp

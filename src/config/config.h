@@ -11,7 +11,7 @@
 namespace zp {
 
 class Abstract_Config : public Abstract_Base {
-public:
+  public:
     using Abstract_Base::Abstract_Base;
     ~Abstract_Config() override = default;
 
@@ -35,7 +35,7 @@ public:
 };
 
 class Config : public Abstract_Config {
-public:
+  public:
     static constexpr int kKeyLimit = 511;
     static constexpr int kLineBuffer = 102400;
     static constexpr size_t kCacheMax = 100;
@@ -60,7 +60,7 @@ public:
     size_t cache_size();
     bool dirty();
 
-private:
+  private:
     bool key_ok(const char* key);
     const char* cache_locked(const std::string& text);
     std::string reg_path();

@@ -28,7 +28,7 @@ uint16_t text_hash(const std::string& text) {
 
 // xorshift32 keyed by the nonce and the length: equal prefixes of different texts differ.
 class KeyStream {
-public:
+  public:
     KeyStream(uint16_t nonce, size_t length)
         : state_(kKey ^ (nonce * 0x9e3779b1u) ^ static_cast<uint32_t>(length * 0x85ebca6bu)) {
         if (state_ == 0) state_ = kKey;
@@ -40,7 +40,7 @@ public:
         return static_cast<uint16_t>(state_ >> 16);
     }
 
-private:
+  private:
     uint32_t state_;
 };
 
@@ -135,7 +135,9 @@ Crypt::Crypt(Admin* owner) : Abstract_Crypt(owner) {}
 
 Crypt::~Crypt() = default;
 
-const char* Crypt::text_marker() { return kMarker; }
+const char* Crypt::text_marker() {
+    return kMarker;
+}
 
 std::vector<uint16_t> Crypt::protect(const std::string& clear) {
     // Unit 0 carries the nonce (the text's hash, so a header rewrites to the same arrays);
@@ -292,6 +294,8 @@ bool Crypt::split_sps_pps(const uint8_t* data, size_t size, std::vector<uint8_t>
     return true;
 }
 
-bool Crypt::rewrite_header(const char* path) { return rewrite_protected_header(path, this); }
+bool Crypt::rewrite_header(const char* path) {
+    return rewrite_protected_header(path, this);
+}
 
 }  // namespace zp

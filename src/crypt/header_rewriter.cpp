@@ -15,7 +15,9 @@ constexpr int kLineMax = 2048;
 const char kCommentLead[] = "  // ";
 constexpr size_t kUnitsPerLine = 12;
 
-bool is_blank(char c) { return c == ' ' || c == '\t'; }
+bool is_blank(char c) {
+    return c == ' ' || c == '\t';
+}
 
 bool is_ident(char c) {
     return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_';
@@ -79,7 +81,9 @@ bool comment_text(const std::string& line, std::string* literal) {
     return true;
 }
 
-bool put(FILE* f, const std::string& s) { return fwrite(s.data(), 1, s.size(), f) == s.size(); }
+bool put(FILE* f, const std::string& s) {
+    return fwrite(s.data(), 1, s.size(), f) == s.size();
+}
 
 }  // namespace
 
@@ -127,14 +131,33 @@ bool unescape_literal(const std::string& literal, std::string* out) {
         if (++i >= literal.size()) return false;
         c = literal[i];
         switch (c) {
-            case 'n': s.push_back('\n'); break;
-            case 't': s.push_back('\t'); break;
-            case 'r': s.push_back('\r'); break;
-            case 'a': s.push_back('\a'); break;
-            case 'b': s.push_back('\b'); break;
-            case 'f': s.push_back('\f'); break;
-            case 'v': s.push_back('\v'); break;
-            case '\\': case '"': case '\'': case '?': s.push_back(c); break;
+            case 'n':
+                s.push_back('\n');
+                break;
+            case 't':
+                s.push_back('\t');
+                break;
+            case 'r':
+                s.push_back('\r');
+                break;
+            case 'a':
+                s.push_back('\a');
+                break;
+            case 'b':
+                s.push_back('\b');
+                break;
+            case 'f':
+                s.push_back('\f');
+                break;
+            case 'v':
+                s.push_back('\v');
+                break;
+            case '\\':
+            case '"':
+            case '\'':
+            case '?':
+                s.push_back(c);
+                break;
             case 'x': {
                 int value = 0, digits = 0;
                 while (digits < 2 && i + 1 < literal.size() && hex_digit(literal[i + 1]) >= 0) {
@@ -188,10 +211,10 @@ bool rewrite_protected_header(const char* path, Abstract_Crypt* crypt) {
 
     char buffer[kLineMax];
     bool ok = true;
-    bool in_array = false;      // inside an array of an earlier run
-    bool keep_array = false;    // ... that could not be made again, so it is copied
-    bool has_pending = false;   // the previous line was a generated comment
-    std::string pending;        // its text: the macro's text as written
+    bool in_array = false;     // inside an array of an earlier run
+    bool keep_array = false;   // ... that could not be made again, so it is copied
+    bool has_pending = false;  // the previous line was a generated comment
+    std::string pending;       // its text: the macro's text as written
     int depth = 0, pending_depth = 0;
     while (ok && fgets(buffer, sizeof(buffer), in)) {
         const std::string line(buffer);
@@ -211,10 +234,11 @@ bool rewrite_protected_header(const char* path, Abstract_Crypt* crypt) {
         if (is_array_start(line, &name)) {
             std::string clear, eol;
             cut_eol(line, &eol);
-            keep_array = !(has_pending && pending_depth == depth &&
-                           unescape_literal(pending, &clear));
-            ok = put(out, keep_array ? line : format_units(name, crypt->protect(clear),
-                                                           eol.empty() ? "\n" : eol));
+            keep_array =
+                !(has_pending && pending_depth == depth && unescape_literal(pending, &clear));
+            ok = put(out, keep_array ? line
+                                     : format_units(name, crypt->protect(clear),
+                                                    eol.empty() ? "\n" : eol));
             in_array = !closes_array(line);
             has_pending = false;
             continue;
@@ -227,8 +251,8 @@ bool rewrite_protected_header(const char* path, Abstract_Crypt* crypt) {
         }
         DefineText define;
         std::string clear;
-        if (line.find("FData->decrypt(") == std::string::npos &&
-            parse_define_text(line, &define) && unescape_literal(define.literal, &clear)) {
+        if (line.find("FData->decrypt(") == std::string::npos && parse_define_text(line, &define) &&
+            unescape_literal(define.literal, &clear)) {
             std::string eol;
             cut_eol(line, &eol);
             if (eol.empty()) eol = "\n";

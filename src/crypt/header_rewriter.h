@@ -11,7 +11,7 @@ class Abstract_Crypt;
 
 // One `#define NAME "text"  // note` line, cut into its parts.
 struct DefineText {
-    std::string head;     // up to and including the macro name
+    std::string head;  // up to and including the macro name
     std::string name;
     std::string literal;  // between the quotes, escapes as written
     std::string tail;     // after the closing quote, without the line end
@@ -19,7 +19,8 @@ struct DefineText {
 
 // The header keeps "<path>.~bak"; the new text is written to "<path>.~tmp" first. Each array
 // follows a comment `  // "<text as written>"`; arrays of an earlier run are made again from
-// that comment, so a second run changes nothing and an edited comment changes its array. False, with nothing changed, when either file will not open.
+// that comment, so a second run changes nothing and an edited comment changes its array. False,
+// with nothing changed, when either file will not open.
 bool rewrite_protected_header(const char* path, Abstract_Crypt* crypt);
 
 // Helpers of the rewriting, public for the developer tool and the tests.

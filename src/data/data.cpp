@@ -10,7 +10,9 @@ namespace zp {
 
 namespace {
 
-const char* safe(const char* s) { return s ? s : ""; }
+const char* safe(const char* s) {
+    return s ? s : "";
+}
 
 }  // namespace
 

@@ -13,7 +13,7 @@
 namespace zp {
 
 class Data : public Abstract_Base {
-public:
+  public:
     explicit Data(Admin* owner = nullptr);
     ~Data() override;
     Data(const Data&) = delete;
@@ -37,7 +37,7 @@ public:
     // The key's owner ("" when open or absent).
     virtual std::string owner_of(const char* key) const;
 
-private:
+  private:
     struct Entry {
         Value value;
         std::string who;

@@ -11,11 +11,17 @@ bool DataAuth::set(const char* key, const Value& value) {
     return data_ && data_->set(key, value, who_.c_str());
 }
 
-Value DataAuth::get(const char* key) const { return data_ ? data_->get(key) : Value(); }
+Value DataAuth::get(const char* key) const {
+    return data_ ? data_->get(key) : Value();
+}
 
-bool DataAuth::exists(const char* key) const { return data_ && data_->exists(key); }
+bool DataAuth::exists(const char* key) const {
+    return data_ && data_->exists(key);
+}
 
-bool DataAuth::remove(const char* key) { return data_ && data_->remove(key, who_.c_str()); }
+bool DataAuth::remove(const char* key) {
+    return data_ && data_->remove(key, who_.c_str());
+}
 
 Value DataAuth::convert(const Value& value) const {
     return data_ ? data_->convert(value) : value;

@@ -9,7 +9,7 @@
 namespace zp {
 
 class DataAuth : public Abstract_Base {
-public:
+  public:
     // Borrows `data`; it must outlive this view.
     DataAuth(Data* data, const char* who, Admin* owner = nullptr);
     ~DataAuth() override = default;
@@ -24,7 +24,7 @@ public:
     const char* who() const { return who_.c_str(); }
     Data* data() const { return data_; }
 
-private:
+  private:
     Data* data_;
     std::string who_;
 };

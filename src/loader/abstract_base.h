@@ -6,14 +6,14 @@ namespace zp {
 class Admin;
 
 class Abstract_Base {
-public:
+  public:
     explicit Abstract_Base(Admin* owner = nullptr) : owner_(owner) {}
     virtual ~Abstract_Base() = default;
 
     // The root this component reaches the framework through (may be null in tests).
     virtual Admin* owner() const { return owner_; }
 
-protected:
+  protected:
     Admin* owner_;
 };
 

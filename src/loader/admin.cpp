@@ -68,13 +68,16 @@ std::string resolve_base_dir(Utils* u) {
 
 std::string pointer_text(const void* p) {
     char buf[32];
-    snprintf(buf, sizeof buf, "%016llX", static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(p)));
+    snprintf(buf, sizeof buf, "%016llX",
+             static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(p)));
     return buf;
 }
 
 }  // namespace
 
-void SetConfigLogDir(const char* dir) { override_dir() = dir ? dir : ""; }
+void SetConfigLogDir(const char* dir) {
+    override_dir() = dir ? dir : "";
+}
 
 std::string Admin::base_dir() {
     Utils* u = Utils::instance();
@@ -82,7 +85,8 @@ std::string Admin::base_dir() {
     if (!over.empty()) {
         if (take_override(u, over)) return over;
     } else {
-        fprintf(stderr, "[Admin] zp::SetConfigLogDir(\"my-config-dir\") can redirect Config&Log dir\n");
+        fprintf(stderr,
+                "[Admin] zp::SetConfigLogDir(\"my-config-dir\") can redirect Config&Log dir\n");
     }
     static const std::string cached = resolve_base_dir(u);
     return cached;

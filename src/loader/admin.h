@@ -10,7 +10,7 @@
 namespace zp {
 
 class Admin : public Zephra_A {
-public:
+  public:
     Admin();
     // Takes the framework down in its fixed order; writes the last "Done!" line.
     ~Admin() override;
@@ -27,7 +27,7 @@ public:
     // First writeable of the four candidates, resolved once and cached. Empty when none.
     static std::string base_dir();
 
-protected:
+  protected:
     bool is_root_module() const override { return true; }
 };
 

@@ -26,7 +26,7 @@ class Abstract_MemPool;
 using Reply = std::function<void(const Value&)>;
 
 class Content {
-public:
+  public:
     Content();
     virtual ~Content();
     Content(const Content&) = delete;
@@ -64,7 +64,7 @@ public:
     Abstract_MemPool* mem_pool = nullptr;
     Channel* channel = nullptr;  // borrowed from the parent set
 
-protected:
+  protected:
     enum Flag : uint8_t { kCreated = 1, kStarted = 2, kAborting = 4 };
     void set_flag(Flag f) { flags_ = static_cast<uint8_t>(flags_ | f); }
 

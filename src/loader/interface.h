@@ -23,13 +23,13 @@ struct LogSettings {
 };
 
 class Interface : public Content {
-public:
+  public:
     ~Interface() override = default;
 
     // Deletes what the module owns and clears what it borrowed (another module's teardown).
     void release_components();
 
-protected:
+  protected:
     // The root's own module creates its components without running its init again.
     virtual bool is_root_module() const { return false; }
 

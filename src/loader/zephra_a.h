@@ -8,11 +8,11 @@ namespace zp {
 class Admin;
 
 class Zephra_A : public Interface {
-public:
+  public:
     Zephra_A();
     ~Zephra_A() override;
 
-protected:
+  protected:
     // Builds the parent set, each member owned by `root`; the root's constructor calls it.
     void create_parent_set(Admin* root);
     // Deletes the parent set (app, data, signal, channel); the root does this last.

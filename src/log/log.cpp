@@ -7,10 +7,13 @@
 
 namespace zp {
 
-Abstract_Logger* root_logger() { return ppCD != nullptr ? ppCD->logger : nullptr; }
+Abstract_Logger* root_logger() {
+    return ppCD != nullptr ? ppCD->logger : nullptr;
+}
 
 const char* log_time() {
-    Abstract_Utils* u = (ppCD != nullptr && ppCD->utils != nullptr) ? ppCD->utils : Utils::instance();
+    Abstract_Utils* u =
+        (ppCD != nullptr && ppCD->utils != nullptr) ? ppCD->utils : Utils::instance();
     return u->now_str("%m%d-%H:%M:%S");
 }
 

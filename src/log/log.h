@@ -23,12 +23,12 @@ constexpr const char* source_name(const char* path) {
 
 }  // namespace zp
 
-#define ZP_LOG_AT(level, letter, fmt, ...)                                                     \
-    do {                                                                                       \
-        if (::zp::Abstract_Logger* zp_logger_ = ::zp::root_logger())                           \
-            zp_logger_->log(level, "zp", "%s[" letter "][zp] %s %-4d: \"" fmt "\"\n",          \
-                            ::zp::log_time(), ::zp::source_name(__FILE__), __LINE__,           \
-                            ##__VA_ARGS__);                                                    \
+#define ZP_LOG_AT(level, letter, fmt, ...)                                            \
+    do {                                                                              \
+        if (::zp::Abstract_Logger* zp_logger_ = ::zp::root_logger())                  \
+            zp_logger_->log(level, "zp", "%s[" letter "][zp] %s %-4d: \"" fmt "\"\n", \
+                            ::zp::log_time(), ::zp::source_name(__FILE__), __LINE__,  \
+                            ##__VA_ARGS__);                                           \
     } while (0)
 
 #define ZP_LOGE(fmt, ...) ZP_LOG_AT(::zp::kLogError, "E", fmt, ##__VA_ARGS__)

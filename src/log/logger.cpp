@@ -16,7 +16,8 @@ Logger::Sink& Logger::sink() {
     return s;
 }
 
-Logger::Logger(const char* path, Admin* owner) : Abstract_Logger(owner), path_(copy_text(path ? path : "")) {
+Logger::Logger(const char* path, Admin* owner)
+    : Abstract_Logger(owner), path_(copy_text(path ? path : "")) {
     line_[0] = '\0';
 }
 
@@ -39,14 +40,18 @@ void Logger::set_stream(FILE* stream) {
     borrowed_ = true;
 }
 
-FILE* Logger::stream() { return stream_; }
+FILE* Logger::stream() {
+    return stream_;
+}
 
 void Logger::set_level(int level) {
     level_ = level;
     if (level == 0) close();
 }
 
-int Logger::level() { return level_; }
+int Logger::level() {
+    return level_;
+}
 
 void Logger::set_tag(const char* tag) {
     if (tag_ != nullptr && tag != nullptr && strcmp(tag_, tag) == 0) return;
@@ -55,7 +60,9 @@ void Logger::set_tag(const char* tag) {
     tag_ = (tag != nullptr && *tag != '\0') ? copy_text(tag) : nullptr;
 }
 
-const char* Logger::tag() { return tag_ != nullptr ? tag_ : ""; }
+const char* Logger::tag() {
+    return tag_ != nullptr ? tag_ : "";
+}
 
 void Logger::open_locked() {
     FILE* f = Utils::instance()->open_file(path_, "a+");
@@ -96,9 +103,13 @@ void Logger::log(int level, const char* tag, const char* format, ...) {
     fflush(stream_);
 }
 
-std::string Logger::file_path() { return path_ != nullptr ? path_ : ""; }
+std::string Logger::file_path() {
+    return path_ != nullptr ? path_ : "";
+}
 
-std::string Logger::file_dir() { return Utils::instance()->dir_name(file_path()); }
+std::string Logger::file_dir() {
+    return Utils::instance()->dir_name(file_path());
+}
 
 void Logger::close() {
     MutexGuard g(lock_);

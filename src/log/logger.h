@@ -14,7 +14,7 @@ namespace zp {
 enum LogLevel { kLogError = 2, kLogDebug = 5 };
 
 class Abstract_Logger : public Abstract_Base {
-public:
+  public:
     using Abstract_Base::Abstract_Base;
     ~Abstract_Logger() override = default;
 
@@ -38,7 +38,7 @@ public:
 };
 
 class Logger : public Abstract_Logger {
-public:
+  public:
     // A host may route every formatted line here instead of the file (empty by default).
     using Sink = std::function<void(int& level, const char*& tag, const char*& text)>;
     static Sink& sink();
@@ -65,7 +65,7 @@ public:
     std::string file_dir() override;
     void close() override;
 
-private:
+  private:
     void open_locked();
 
     char* path_;

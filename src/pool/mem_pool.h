@@ -14,7 +14,7 @@ namespace zp {
 using PoolCleanup = void (*)(void* data);
 
 class Abstract_MemPool : public Abstract_Base {
-public:
+  public:
     using Abstract_Base::Abstract_Base;
     ~Abstract_MemPool() override = default;
 
@@ -36,7 +36,7 @@ public:
 };
 
 class Mem_Pool : public Abstract_MemPool {
-public:
+  public:
     static constexpr size_t kAlignment = 16;
     static constexpr size_t kMaxBlockAlloc = 2048;
     static constexpr size_t kPoolHeader = 72;
@@ -62,7 +62,7 @@ public:
 
     struct Pool;
 
-private:
+  private:
     Mem_Pool(size_t size, Admin* owner, FILE* log);
 
     Pool* pool_;

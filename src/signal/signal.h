@@ -19,7 +19,7 @@ namespace zp {
 using SignalCallback = std::function<void(const char* key, void* arg, const Value& value)>;
 
 class Abstract_Signal : public Abstract_Base {
-public:
+  public:
     using Abstract_Base::Abstract_Base;
     ~Abstract_Signal() override = default;
 
@@ -33,7 +33,7 @@ public:
 };
 
 class Signal : public Abstract_Signal {
-public:
+  public:
     explicit Signal(Admin* owner);
     ~Signal() override;
     Signal(const Signal&) = delete;
@@ -46,7 +46,7 @@ public:
     // Successful connections so far; never decreases.
     int32_t registrations() const { return registrations_.load(); }
 
-private:
+  private:
     struct Listener {
         SignalCallback callback;
         std::string key;

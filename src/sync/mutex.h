@@ -6,7 +6,7 @@
 namespace zp {
 
 class AbstractMutex {
-public:
+  public:
     virtual ~AbstractMutex() = default;
     // Blocks until acquired; system failures surface as std::system_error.
     virtual void lock() = 0;
@@ -17,7 +17,7 @@ public:
 
 // Non-recursive: locking it twice from one thread deadlocks.
 class Mutex : public AbstractMutex {
-public:
+  public:
     Mutex();
     ~Mutex() override;
     Mutex(const Mutex&) = delete;
@@ -27,13 +27,13 @@ public:
     bool try_lock() override;
     void unlock() override;
 
-private:
+  private:
     std::timed_mutex* m_;
 };
 
 // Recursive: the owner may lock again and must unlock as often.
 class MutexRecursive : public AbstractMutex {
-public:
+  public:
     MutexRecursive();
     ~MutexRecursive() override;
     MutexRecursive(const MutexRecursive&) = delete;
@@ -43,19 +43,19 @@ public:
     bool try_lock() override;
     void unlock() override;
 
-private:
+  private:
     std::recursive_timed_mutex* m_;
 };
 
 // Scoped holder for any AbstractMutex.
 class MutexGuard {
-public:
+  public:
     explicit MutexGuard(AbstractMutex& m) : m_(m) { m_.lock(); }
     ~MutexGuard() { m_.unlock(); }
     MutexGuard(const MutexGuard&) = delete;
     MutexGuard& operator=(const MutexGuard&) = delete;
 
-private:
+  private:
     AbstractMutex& m_;
 };
 

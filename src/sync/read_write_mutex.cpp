@@ -8,7 +8,9 @@
 namespace zp {
 
 ReadWriteMutex::ReadWriteMutex() : st_(new State) {}
-ReadWriteMutex::~ReadWriteMutex() { delete st_; }
+ReadWriteMutex::~ReadWriteMutex() {
+    delete st_;
+}
 
 void ReadWriteMutex::wait_read(std::unique_lock<Mutex>& held) {
     while (st_->writer != 0 || st_->waiting_writers != 0) {

@@ -10,7 +10,7 @@
 namespace zp {
 
 class AbstractReadWriteMutex {
-public:
+  public:
     virtual ~AbstractReadWriteMutex() = default;
     virtual void lock_read() = 0;
     virtual void lock_write() = 0;
@@ -20,7 +20,7 @@ public:
 
 // Not re-entrant. Waiting writers always go before new readers.
 class ReadWriteMutex : public AbstractReadWriteMutex {
-public:
+  public:
     ReadWriteMutex();
     ~ReadWriteMutex() override;
     ReadWriteMutex(const ReadWriteMutex&) = delete;
@@ -30,7 +30,7 @@ public:
     void lock_write() override;
     void unlock() override;
 
-protected:
+  protected:
     struct State {
         uint32_t waiting_writers = 0;
         uint32_t waiting_readers = 0;
@@ -51,7 +51,7 @@ protected:
 
 // Read and write recursion per thread; mixing kinds on one thread deadlocks.
 class ReadWriteMutexRecursive : public ReadWriteMutex {
-public:
+  public:
     ReadWriteMutexRecursive() = default;
     ~ReadWriteMutexRecursive() override = default;
 
@@ -59,31 +59,31 @@ public:
     void lock_write() override;
     void unlock() override;
 
-private:
+  private:
     uint32_t write_owner_ = 0;
     std::unordered_map<uint32_t, uint32_t> readers_;
 };
 
 // Scoped read or write hold.
 class ReadGuard {
-public:
+  public:
     explicit ReadGuard(AbstractReadWriteMutex& m) : m_(m) { m_.lock_read(); }
     ~ReadGuard() { m_.unlock(); }
     ReadGuard(const ReadGuard&) = delete;
     ReadGuard& operator=(const ReadGuard&) = delete;
 
-private:
+  private:
     AbstractReadWriteMutex& m_;
 };
 
 class WriteGuard {
-public:
+  public:
     explicit WriteGuard(AbstractReadWriteMutex& m) : m_(m) { m_.lock_write(); }
     ~WriteGuard() { m_.unlock(); }
     WriteGuard(const WriteGuard&) = delete;
     WriteGuard& operator=(const WriteGuard&) = delete;
 
-private:
+  private:
     AbstractReadWriteMutex& m_;
 };
 

@@ -6,6 +6,8 @@
 
 namespace zp {
 
-uint32_t current_thread_id() { return static_cast<uint32_t>(syscall(SYS_gettid)); }
+uint32_t current_thread_id() {
+    return static_cast<uint32_t>(syscall(SYS_gettid));
+}
 
 }  // namespace zp

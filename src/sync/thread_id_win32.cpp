@@ -5,6 +5,8 @@
 
 namespace zp {
 
-uint32_t current_thread_id() { return static_cast<uint32_t>(GetCurrentThreadId()); }
+uint32_t current_thread_id() {
+    return static_cast<uint32_t>(GetCurrentThreadId());
+}
 
 }  // namespace zp

@@ -15,7 +15,7 @@
 namespace zp {
 
 class Abstract_FTracer : public Abstract_Base {
-public:
+  public:
     using Abstract_Base::Abstract_Base;
     ~Abstract_FTracer() override = default;
 
@@ -30,7 +30,7 @@ public:
 };
 
 class Func_Tracer : public Abstract_FTracer {
-public:
+  public:
     // A host may take every formatted trace line instead of the file (empty by default).
     // Called with (line text, module name, source line) under a process-wide lock.
     using Sink = std::function<void(const char* text, const char* module, int line)>;
@@ -53,7 +53,7 @@ public:
     const char* name() const { return name_; }
     bool enabled() const { return enabled_.load(std::memory_order_relaxed); }
 
-private:
+  private:
     // Opens the trace file (or falls back to standard error) and writes the separator.
     void open_locked();
     // Thread id and indent for the current depth; returns the length written into line_.
@@ -75,7 +75,7 @@ private:
 
 // Opens a traced scope on construction and closes it on destruction (or at close()).
 class ScopeTrace {
-public:
+  public:
     ScopeTrace(Abstract_FTracer* tracer, const char* text, const char* file, int line);
     ~ScopeTrace() { close(); }
     ScopeTrace(const ScopeTrace&) = delete;
@@ -84,7 +84,7 @@ public:
     // Writes the exit line now; the destructor then does nothing.
     void close();
 
-private:
+  private:
     Abstract_FTracer* tracer_;
     int line_;
     int64_t start_ = 0;

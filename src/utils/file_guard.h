@@ -6,7 +6,7 @@
 namespace zp {
 
 class FileGuard {
-public:
+  public:
     explicit FileGuard(FILE* f) : file_(f) {}
     ~FileGuard() {
         if (file_ != nullptr) fclose(file_);
@@ -14,7 +14,7 @@ public:
     FileGuard(const FileGuard&) = delete;
     FileGuard& operator=(const FileGuard&) = delete;
 
-private:
+  private:
     FILE* file_;
 };
 

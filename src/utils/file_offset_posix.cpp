@@ -7,8 +7,12 @@ static_assert(sizeof(off_t) == 8, "build with 64-bit file offsets");
 
 namespace zp {
 
-int file_seek(FILE* f, int64_t offset, int whence) { return fseeko(f, static_cast<off_t>(offset), whence); }
+int file_seek(FILE* f, int64_t offset, int whence) {
+    return fseeko(f, static_cast<off_t>(offset), whence);
+}
 
-int64_t file_tell(FILE* f) { return static_cast<int64_t>(ftello(f)); }
+int64_t file_tell(FILE* f) {
+    return static_cast<int64_t>(ftello(f));
+}
 
 }  // namespace zp

@@ -5,8 +5,12 @@
 
 namespace zp {
 
-int file_seek(FILE* f, int64_t offset, int whence) { return _fseeki64(f, offset, whence); }
+int file_seek(FILE* f, int64_t offset, int whence) {
+    return _fseeki64(f, offset, whence);
+}
 
-int64_t file_tell(FILE* f) { return _ftelli64(f); }
+int64_t file_tell(FILE* f) {
+    return _ftelli64(f);
+}
 
 }  // namespace zp

@@ -10,7 +10,9 @@ namespace zp {
 namespace reg_detail {
 
 namespace {
-const char* text(const char* s) { return s != nullptr ? s : ""; }
+const char* text(const char* s) {
+    return s != nullptr ? s : "";
+}
 }  // namespace
 
 void report_open(const char* path) {
@@ -30,13 +32,14 @@ void report_create(const char* path) {
 }
 
 void report_set(const char* name, const char* value) {
-    fprintf(stderr, "[zp] Error: RegSetValueExA() can't write '%s'--->'%s'\n", text(name), text(value));
+    fprintf(stderr, "[zp] Error: RegSetValueExA() can't write '%s'--->'%s'\n", text(name),
+            text(value));
     fflush(stderr);
 }
 
 void report_open_for_delete(const char* path, const char* name) {
-    fprintf(stderr, "[zp] Error: RegOpenKeyExA() can't open path='%s'  for delete key='%s'\n", text(path),
-            text(name));
+    fprintf(stderr, "[zp] Error: RegOpenKeyExA() can't open path='%s'  for delete key='%s'\n",
+            text(path), text(name));
     fflush(stderr);
 }
 

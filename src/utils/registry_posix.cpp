@@ -56,8 +56,8 @@ std::string key_dir(const char* path) {
 }
 
 bool valid_name(const char* name) {
-    return name != nullptr && *name != '\0' && strchr(name, '/') == nullptr && strcmp(name, ".") != 0 &&
-           strcmp(name, "..") != 0;
+    return name != nullptr && *name != '\0' && strchr(name, '/') == nullptr &&
+           strcmp(name, ".") != 0 && strcmp(name, "..") != 0;
 }
 
 bool read_all(const std::string& file, std::string* out) {
@@ -108,7 +108,8 @@ int reg_get(const char* path, const char* name, char* buf, int capacity) {
         return -1;
     }
     std::string value;
-    if (buf == nullptr || capacity <= 0 || !valid_name(name) || !read_all(dir + "/" + name, &value)) {
+    if (buf == nullptr || capacity <= 0 || !valid_name(name) ||
+        !read_all(dir + "/" + name, &value)) {
         reg_detail::report_query(name);
         return -1;
     }

@@ -51,8 +51,8 @@ int reg_get(const char* path, const char* name, char* buf, int capacity) {
         rc = RegQueryValueExW(key, wname.c_str(), nullptr, &type, nullptr, &bytes);
         if (rc == ERROR_SUCCESS) {
             data.assign(bytes / 2 + 1, L'\0');
-            rc = RegQueryValueExW(key, wname.c_str(), nullptr, &type, reinterpret_cast<LPBYTE>(data.data()),
-                                  &bytes);
+            rc = RegQueryValueExW(key, wname.c_str(), nullptr, &type,
+                                  reinterpret_cast<LPBYTE>(data.data()), &bytes);
         }
     }
     RegCloseKey(key);
@@ -73,7 +73,8 @@ int reg_set(const char* path, const char* name, const char* value) {
     }
     const std::wstring text = wide(value);
     // REG_SZ without its terminating NUL: twice the number of UTF-16 units.
-    const LONG rc = RegSetValueExW(key, wide(name).c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()),
+    const LONG rc = RegSetValueExW(key, wide(name).c_str(), 0, REG_SZ,
+                                   reinterpret_cast<const BYTE*>(text.c_str()),
                                    static_cast<DWORD>(text.size() * 2));
     RegCloseKey(key);
     if (rc != ERROR_SUCCESS) {
@@ -85,7 +86,8 @@ int reg_set(const char* path, const char* name, const char* value) {
 
 int reg_delete(const char* path, const char* name) {
     HKEY key = nullptr;
-    const REGSAM access = KEY_QUERY_VALUE | KEY_SET_VALUE | KEY_CREATE_SUB_KEY | STANDARD_RIGHTS_READ;
+    const REGSAM access =
+        KEY_QUERY_VALUE | KEY_SET_VALUE | KEY_CREATE_SUB_KEY | STANDARD_RIGHTS_READ;
     if (RegOpenKeyExW(HKEY_CURRENT_USER, wide(path).c_str(), 0, access, &key) != ERROR_SUCCESS) {
         reg_detail::report_open_for_delete(path, name);
         return -1;

@@ -20,9 +20,15 @@ std::atomic<uint32_t> g_random_calls{0};
 
 const char kRandomAlphabet[] = "1234567890abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ";
 
-bool is_space(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
-bool is_sep(char c) { return c == '/' || c == '\\'; }
-bool is_empty(const char* s) { return s == nullptr || *s == '\0'; }
+bool is_space(char c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r';
+}
+bool is_sep(char c) {
+    return c == '/' || c == '\\';
+}
+bool is_empty(const char* s) {
+    return s == nullptr || *s == '\0';
+}
 
 int hex_value(char c) {
     if (c >= '0' && c <= '9') return c - '0';
@@ -66,7 +72,9 @@ char* Utils::trim_right_space(char* s) {
     return s;
 }
 
-char* Utils::trim_space(char* s) { return skip_space(trim_right_space(s)); }
+char* Utils::trim_space(char* s) {
+    return skip_space(trim_right_space(s));
+}
 
 std::string Utils::trimmed(const char* s) {
     if (s == nullptr) return std::string();
@@ -87,7 +95,9 @@ char* Utils::trim_right_chars(char* s, const char* set) {
     return s;
 }
 
-char* Utils::trim_chars(char* s, const char* set) { return skip_chars(trim_right_chars(s, set), set); }
+char* Utils::trim_chars(char* s, const char* set) {
+    return skip_chars(trim_right_chars(s, set), set);
+}
 
 std::string Utils::trimmed_chars(const char* s, const char* set) {
     if (s == nullptr) return std::string();
@@ -95,7 +105,8 @@ std::string Utils::trimmed_chars(const char* s, const char* set) {
     return std::string(trim_chars(&copy[0], set));
 }
 
-std::string Utils::replace_all(const std::string& s, const std::string& from, const std::string& to) {
+std::string Utils::replace_all(const std::string& s, const std::string& from,
+                               const std::string& to) {
     std::string out(s);
     if (from.empty()) return out;
     for (size_t pos = out.find(from); pos != std::string::npos; pos = out.find(from))
@@ -107,7 +118,8 @@ std::string Utils::replace_all_forward(const std::string& s, const std::string& 
                                        const std::string& to) {
     std::string out(s);
     if (from.empty()) return out;
-    for (size_t pos = out.find(from); pos != std::string::npos; pos = out.find(from, pos + to.size()))
+    for (size_t pos = out.find(from); pos != std::string::npos;
+         pos = out.find(from, pos + to.size()))
         out.replace(pos, from.size(), to);
     return out;
 }
@@ -161,7 +173,8 @@ std::vector<std::string> Utils::split(const char* text, const char* delims, bool
         const size_t end = static_cast<size_t>(token - base) + strlen(token);
         char* next = sys::tokenize(nullptr, delims, &context);
         if (keep_empty && next != nullptr) {
-            // Only delimiters lie between two tokens; every one past the first marks an empty field.
+            // Only delimiters lie between two tokens; every one past the first marks an empty
+            // field.
             const size_t run = static_cast<size_t>(next - base) - end;
             for (size_t k = 1; k < run; ++k) out.emplace_back();
         }
@@ -172,13 +185,15 @@ std::vector<std::string> Utils::split(const char* text, const char* delims, bool
 
 char* Utils::to_lower_inplace(char* s) {
     if (s == nullptr) return s;
-    for (char* p = s; *p != '\0'; ++p) *p = static_cast<char>(tolower(static_cast<unsigned char>(*p)));
+    for (char* p = s; *p != '\0'; ++p)
+        *p = static_cast<char>(tolower(static_cast<unsigned char>(*p)));
     return s;
 }
 
 char* Utils::to_upper_inplace(char* s) {
     if (s == nullptr) return s;
-    for (char* p = s; *p != '\0'; ++p) *p = static_cast<char>(toupper(static_cast<unsigned char>(*p)));
+    for (char* p = s; *p != '\0'; ++p)
+        *p = static_cast<char>(toupper(static_cast<unsigned char>(*p)));
     return s;
 }
 
@@ -213,7 +228,9 @@ const char* Utils::tail(const char* s, size_t n) {
 
 // ---- paths
 
-std::string Utils::normalize_path(const std::string& path) { return normalized_path(path); }
+std::string Utils::normalize_path(const std::string& path) {
+    return normalized_path(path);
+}
 
 std::string normalized_path(const std::string& path) {
     std::string out;
@@ -271,8 +288,12 @@ void Utils::get_env_ptr(const char* name, void** out) {
     *out = reinterpret_cast<void*>(static_cast<uintptr_t>(value));
 }
 
-uint32_t Utils::thread_id() { return current_thread_id(); }
+uint32_t Utils::thread_id() {
+    return current_thread_id();
+}
 
-int Utils::reserved() { return static_cast<int>(reserved_word_); }
+int Utils::reserved() {
+    return static_cast<int>(reserved_word_);
+}
 
 }  // namespace zp

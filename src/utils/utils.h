@@ -37,7 +37,7 @@ struct TimeOfDay {
 using WalkVisitor = std::function<bool(bool is_dir, const NativeString& path)>;
 
 class Abstract_Utils : public Abstract_Base {
-public:
+  public:
     using Abstract_Base::Abstract_Base;
     ~Abstract_Utils() override = default;
 
@@ -120,7 +120,7 @@ public:
 };
 
 class Utils : public Abstract_Utils {
-public:
+  public:
     // The process-wide instance, created on first request (not thread-safe: start-up does it).
     static Utils* instance();
 
@@ -190,7 +190,7 @@ public:
     int time_of_day(TimeOfDay* tv) override;
     void run_detached(std::function<void()> fn) override;
 
-private:
+  private:
     uint64_t reserved_word_ = 0;
 };
 

@@ -49,9 +49,13 @@ FileStat stat_with_fallback(Abstract_Utils& u, const char* path,
     return st;
 }
 
-FileStat Utils::file_stat(const char* path) { return stat_with_fallback(*this, path, sys::stat_path); }
+FileStat Utils::file_stat(const char* path) {
+    return stat_with_fallback(*this, path, sys::stat_path);
+}
 
-int64_t Utils::file_size(const char* path) { return file_stat(path).size; }
+int64_t Utils::file_size(const char* path) {
+    return file_stat(path).size;
+}
 
 bool Utils::remove_tree(const char* path) {
     int failures = 0;

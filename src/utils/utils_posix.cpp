@@ -58,8 +58,8 @@ bool walk(const std::string& dir, WalkVisitor visitor, bool recursive) {
         if (strcmp(e->d_name, ".") == 0 || strcmp(e->d_name, "..") == 0) continue;
         const std::string full = prefix + e->d_name;
         // Without recursion a subdirectory is reported with is_dir false, like any entry.
-        const bool go = (recursive && entry_is_dir(e, full)) ? walk(full, visitor, true)
-                                                             : visitor(false, full);
+        const bool go =
+            (recursive && entry_is_dir(e, full)) ? walk(full, visitor, true) : visitor(false, full);
         if (!go) {
             stopped = true;
             break;
@@ -84,9 +84,13 @@ void sleep_nanos(int64_t total) {
 
 namespace sys {
 
-char native_separator() { return '/'; }
+char native_separator() {
+    return '/';
+}
 
-bool make_one_dir(const char* path) { return path != nullptr && mkdir(path, 0777) == 0; }
+bool make_one_dir(const char* path) {
+    return path != nullptr && mkdir(path, 0777) == 0;
+}
 
 bool opens_as_dir(const char* path) {
     if (path == nullptr || *path == '\0') {
@@ -106,9 +110,13 @@ bool stat_path(const char* path, FileStat* out) {
     return true;
 }
 
-bool remove_native_dir(const NativeString& path) { return rmdir(path.c_str()) == 0; }
+bool remove_native_dir(const NativeString& path) {
+    return rmdir(path.c_str()) == 0;
+}
 
-bool remove_native_file(const NativeString& path) { return unlink(path.c_str()) == 0; }
+bool remove_native_file(const NativeString& path) {
+    return unlink(path.c_str()) == 0;
+}
 
 int64_t perf_counter() {
     struct timespec ts;
@@ -116,7 +124,9 @@ int64_t perf_counter() {
     return static_cast<int64_t>(ts.tv_sec) * 1000000000 + ts.tv_nsec;
 }
 
-int64_t perf_frequency() { return 1000000000; }
+int64_t perf_frequency() {
+    return 1000000000;
+}
 
 int64_t system_ticks() {
     struct timespec ts;
@@ -124,16 +134,22 @@ int64_t system_ticks() {
     return static_cast<int64_t>(ts.tv_sec) * 10000000 + ts.tv_nsec / 100;
 }
 
-int64_t time_seconds() { return static_cast<int64_t>(time(nullptr)); }
+int64_t time_seconds() {
+    return static_cast<int64_t>(time(nullptr));
+}
 
 bool local_time(int64_t t, struct tm* out) {
     const time_t tt = static_cast<time_t>(t);
     return localtime_r(&tt, out) != nullptr;
 }
 
-int compare_nocase(const char* a, const char* b, size_t n) { return strncasecmp(a, b, n); }
+int compare_nocase(const char* a, const char* b, size_t n) {
+    return strncasecmp(a, b, n);
+}
 
-char* tokenize(char* s, const char* delims, char** context) { return strtok_r(s, delims, context); }
+char* tokenize(char* s, const char* delims, char** context) {
+    return strtok_r(s, delims, context);
+}
 
 }  // namespace sys
 
@@ -152,7 +168,9 @@ FILE* Utils::open_file(const char* path, const char* mode) {
     return f;
 }
 
-int Utils::remove_file(const char* path) { return path != nullptr ? remove(path) : -1; }
+int Utils::remove_file(const char* path) {
+    return path != nullptr ? remove(path) : -1;
+}
 
 int Utils::rename_file(const char* from, const char* to) {
     return (from != nullptr && to != nullptr) ? rename(from, to) : -1;
@@ -169,7 +187,9 @@ bool Utils::remove_dir(const char* path) {
     return rmdir(path) == 0;
 }
 
-bool Utils::is_dir(const char* path) { return sys::opens_as_dir(path); }
+bool Utils::is_dir(const char* path) {
+    return sys::opens_as_dir(path);
+}
 
 bool Utils::walk_dir(const char* path, const WalkVisitor& visitor, bool recursive) {
     if (path == nullptr || !visitor) return false;
@@ -204,8 +224,9 @@ void Utils::show_in_folder(const char* path) {
     if (target.empty()) target = ".";
 #endif
     // The shell backgrounds the opener and exits at once, so nothing is left to wait for.
-    char* argv[] = {const_cast<char*>("sh"), const_cast<char*>("-c"), const_cast<char*>(script),
-                    const_cast<char*>("sh"), const_cast<char*>(target.c_str()), nullptr};
+    char* argv[] = {const_cast<char*>("sh"),           const_cast<char*>("-c"),
+                    const_cast<char*>(script),         const_cast<char*>("sh"),
+                    const_cast<char*>(target.c_str()), nullptr};
     pid_t pid = 0;
     if (posix_spawn(&pid, "/bin/sh", nullptr, nullptr, argv, environ) == 0) {
         int status = 0;
@@ -216,9 +237,13 @@ void Utils::show_in_folder(const char* path) {
 
 // ---- encodings: the ANSI code page is UTF-8 here
 
-std::string Utils::ansi_to_utf8(const std::string& s) { return s; }
+std::string Utils::ansi_to_utf8(const std::string& s) {
+    return s;
+}
 
-std::string Utils::utf8_to_ansi(const std::string& s) { return s; }
+std::string Utils::utf8_to_ansi(const std::string& s) {
+    return s;
+}
 
 std::string Utils::to_narrow(const std::u16string& w, bool /*utf8*/) {
     return w.empty() ? std::string() : utf16_to_utf8(w);
@@ -236,7 +261,9 @@ int Utils::set_env(const char* name, const char* value, int /*overwrite*/) {
     return setenv(name, value != nullptr ? value : "", 1);
 }
 
-const char* Utils::get_env(const char* name) { return name != nullptr ? getenv(name) : nullptr; }
+const char* Utils::get_env(const char* name) {
+    return name != nullptr ? getenv(name) : nullptr;
+}
 
 int Utils::sleep_s(int n) {
     if (n >= 0) sleep_nanos(static_cast<int64_t>(n) * 1000 * 1000000);
@@ -260,8 +287,12 @@ std::string home_dir() {
     return home.empty() ? std::string() : normalized_path(home);
 }
 
-std::string app_data_dir() { return env_dir("XDG_CONFIG_HOME", "/.config"); }
+std::string app_data_dir() {
+    return env_dir("XDG_CONFIG_HOME", "/.config");
+}
 
-std::string local_data_dir() { return env_dir("XDG_STATE_HOME", "/.local/state"); }
+std::string local_data_dir() {
+    return env_dir("XDG_STATE_HOME", "/.local/state");
+}
 
 }  // namespace zp

@@ -73,7 +73,8 @@ const char* Utils::now_str(const char* pattern) {
 std::string Utils::time_str(int64_t t, const char* pattern) {
     char buf[128];
     struct tm tm_t;
-    if (pattern == nullptr || !sys::local_time(t, &tm_t) || strftime(buf, sizeof buf, pattern, &tm_t) == 0)
+    if (pattern == nullptr || !sys::local_time(t, &tm_t) ||
+        strftime(buf, sizeof buf, pattern, &tm_t) == 0)
         return std::string();
     return std::string(buf);
 }

@@ -26,7 +26,8 @@ namespace {
 
 std::wstring decode(const std::string& s, UINT code_page) {
     if (s.empty()) return std::wstring();
-    const int n = MultiByteToWideChar(code_page, 0, s.data(), static_cast<int>(s.size()), nullptr, 0);
+    const int n =
+        MultiByteToWideChar(code_page, 0, s.data(), static_cast<int>(s.size()), nullptr, 0);
     if (n <= 0) return std::wstring();
     std::wstring w(static_cast<size_t>(n), L'\0');
     MultiByteToWideChar(code_page, 0, s.data(), static_cast<int>(s.size()), &w[0], n);
@@ -35,15 +36,18 @@ std::wstring decode(const std::string& s, UINT code_page) {
 
 std::string encode(const std::wstring& w, UINT code_page) {
     if (w.empty()) return std::string();
-    const int n = WideCharToMultiByte(code_page, 0, w.data(), static_cast<int>(w.size()), nullptr, 0,
-                                      nullptr, nullptr);
+    const int n = WideCharToMultiByte(code_page, 0, w.data(), static_cast<int>(w.size()), nullptr,
+                                      0, nullptr, nullptr);
     if (n <= 0) return std::string();
     std::string s(static_cast<size_t>(n), '\0');
-    WideCharToMultiByte(code_page, 0, w.data(), static_cast<int>(w.size()), &s[0], n, nullptr, nullptr);
+    WideCharToMultiByte(code_page, 0, w.data(), static_cast<int>(w.size()), &s[0], n, nullptr,
+                        nullptr);
     return s;
 }
 
-std::wstring wide_path(const char* path) { return decode(path != nullptr ? path : "", CP_UTF8); }
+std::wstring wide_path(const char* path) {
+    return decode(path != nullptr ? path : "", CP_UTF8);
+}
 
 std::string env_dir(const char* name) {
     const char* v = getenv(name);
@@ -61,7 +65,8 @@ bool opens_for_listing(const wchar_t* path) {
     const wchar_t last = pattern.empty() ? L'\0' : pattern.back();
     pattern += (last == L'\\' || last == L'/') ? L"*" : L"\\*";
     WIN32_FIND_DATAW data;
-    HANDLE h = FindFirstFileExW(pattern.c_str(), FindExInfoStandard, &data, FindExSearchNameMatch, nullptr, 0);
+    HANDLE h = FindFirstFileExW(pattern.c_str(), FindExInfoStandard, &data, FindExSearchNameMatch,
+                                nullptr, 0);
     if (h == INVALID_HANDLE_VALUE) return false;
     FindClose(h);
     return true;
@@ -111,7 +116,9 @@ std::string system_temp_dir() {
 
 namespace sys {
 
-char native_separator() { return '\\'; }
+char native_separator() {
+    return '\\';
+}
 
 bool make_one_dir(const char* path) {
     if (path == nullptr) return false;
@@ -126,7 +133,8 @@ bool opens_as_dir(const char* path) {
     }
     wchar_t buf[261];
     size_t converted = 0;
-    if (mbstowcs_s(&converted, buf, 261, path, _TRUNCATE) == 0 && opens_for_listing(buf)) return true;
+    if (mbstowcs_s(&converted, buf, 261, path, _TRUNCATE) == 0 && opens_for_listing(buf))
+        return true;
     const std::wstring w = wide_path(path);
     return !w.empty() && opens_for_listing(w.c_str());
 }
@@ -139,7 +147,9 @@ bool stat_path(const char* path, FileStat* out) {
     return true;
 }
 
-bool remove_native_dir(const NativeString& path) { return RemoveDirectoryW(path.c_str()) != 0; }
+bool remove_native_dir(const NativeString& path) {
+    return RemoveDirectoryW(path.c_str()) != 0;
+}
 
 bool remove_native_file(const NativeString& path) {
     if (DeleteFileW(path.c_str()) != 0) return true;
@@ -169,16 +179,22 @@ int64_t system_ticks() {
     return static_cast<int64_t>(since_1601 - 116444736000000000ULL);
 }
 
-int64_t time_seconds() { return static_cast<int64_t>(_time64(nullptr)); }
+int64_t time_seconds() {
+    return static_cast<int64_t>(_time64(nullptr));
+}
 
 bool local_time(int64_t t, struct tm* out) {
     const __time64_t tt = static_cast<__time64_t>(t);
     return _localtime64_s(out, &tt) == 0;
 }
 
-int compare_nocase(const char* a, const char* b, size_t n) { return _strnicmp(a, b, n); }
+int compare_nocase(const char* a, const char* b, size_t n) {
+    return _strnicmp(a, b, n);
+}
 
-char* tokenize(char* s, const char* delims, char** context) { return strtok_s(s, delims, context); }
+char* tokenize(char* s, const char* delims, char** context) {
+    return strtok_s(s, delims, context);
+}
 
 }  // namespace sys
 
@@ -214,7 +230,9 @@ bool Utils::remove_dir(const char* path) {
     return _wrmdir(wide_path(path).c_str()) == 0;
 }
 
-bool Utils::is_dir(const char* path) { return sys::opens_as_dir(path); }
+bool Utils::is_dir(const char* path) {
+    return sys::opens_as_dir(path);
+}
 
 bool Utils::walk_dir(const char* path, const WalkVisitor& visitor, bool recursive) {
     if (path == nullptr || !visitor) return false;
@@ -231,7 +249,9 @@ bool Utils::is_dir_writable(const char* dir, const char* name) {
     return true;
 }
 
-std::string Utils::temp_dir() { return system_temp_dir(); }
+std::string Utils::temp_dir() {
+    return system_temp_dir();
+}
 
 void Utils::show_in_folder(const char* path) {
     if (path == nullptr) return;
@@ -241,9 +261,13 @@ void Utils::show_in_folder(const char* path) {
 
 // ---- encodings: 65001 is UTF-8, 0 the ANSI code page
 
-std::string Utils::ansi_to_utf8(const std::string& s) { return encode(decode(s, CP_ACP), CP_UTF8); }
+std::string Utils::ansi_to_utf8(const std::string& s) {
+    return encode(decode(s, CP_ACP), CP_UTF8);
+}
 
-std::string Utils::utf8_to_ansi(const std::string& s) { return encode(decode(s, CP_UTF8), CP_ACP); }
+std::string Utils::utf8_to_ansi(const std::string& s) {
+    return encode(decode(s, CP_UTF8), CP_ACP);
+}
 
 std::string Utils::to_narrow(const std::u16string& w, bool utf8) {
     if (w.empty()) return std::string();
@@ -265,7 +289,9 @@ int Utils::set_env(const char* name, const char* value, int /*overwrite*/) {
     return _putenv(entry.c_str());
 }
 
-const char* Utils::get_env(const char* name) { return name != nullptr ? getenv(name) : nullptr; }
+const char* Utils::get_env(const char* name) {
+    return name != nullptr ? getenv(name) : nullptr;
+}
 
 int Utils::sleep_s(int n) {
     if (n >= 0) Sleep(static_cast<DWORD>(static_cast<int64_t>(n) * 1000));
@@ -283,17 +309,24 @@ int Utils::sleep_us(int64_t n) {
     if (timer == nullptr) return 0;
     LARGE_INTEGER due;
     due.QuadPart = -(n < INT64_MAX / 10 ? n * 10 : INT64_MAX);  // relative, in 100-ns units
-    if (SetWaitableTimer(timer, &due, 0, nullptr, nullptr, FALSE)) WaitForSingleObject(timer, INFINITE);
+    if (SetWaitableTimer(timer, &due, 0, nullptr, nullptr, FALSE))
+        WaitForSingleObject(timer, INFINITE);
     CloseHandle(timer);
     return 0;
 }
 
 // ---- free helpers
 
-std::string home_dir() { return env_dir("HOMEPATH"); }
+std::string home_dir() {
+    return env_dir("HOMEPATH");
+}
 
-std::string app_data_dir() { return env_dir("APPDATA"); }
+std::string app_data_dir() {
+    return env_dir("APPDATA");
+}
 
-std::string local_data_dir() { return system_temp_dir() + "/../"; }
+std::string local_data_dir() {
+    return system_temp_dir() + "/../";
+}
 
 }  // namespace zp

@@ -72,9 +72,13 @@ int framed_length(const std::string& tag, size_t colon) {
 
 }  // namespace
 
-void Value::set_allocator(AllocFn fn) { g_alloc = fn ? fn : &std::malloc; }
+void Value::set_allocator(AllocFn fn) {
+    g_alloc = fn ? fn : &std::malloc;
+}
 
-Value::Value() { clear_scalar(); }
+Value::Value() {
+    clear_scalar();
+}
 
 Value::Value(const Value& other) {
     clear_scalar();
@@ -113,9 +117,13 @@ Value& Value::operator=(Value&& other) noexcept {
     return *this;
 }
 
-Value::~Value() { free_payload(); }
+Value::~Value() {
+    free_payload();
+}
 
-void Value::clear_scalar() { std::memset(&scalar_, 0, sizeof scalar_); }
+void Value::clear_scalar() {
+    std::memset(&scalar_, 0, sizeof scalar_);
+}
 
 void Value::free_payload() {
     // The pointer-with-size block is borrowed: only let go of it.
@@ -167,21 +175,37 @@ void Value::set_kind(int16_t kind) {
     kind_ = next;
 }
 
-void Value::set_int(int32_t v) { set_scalar(&Scalar::i, v, kValueInt); }
+void Value::set_int(int32_t v) {
+    set_scalar(&Scalar::i, v, kValueInt);
+}
 
-void Value::set_uint(uint32_t v) { set_scalar(&Scalar::u, v, kValueUint); }
+void Value::set_uint(uint32_t v) {
+    set_scalar(&Scalar::u, v, kValueUint);
+}
 
-void Value::set_float(float v) { set_scalar(&Scalar::f, v, kValueFloat); }
+void Value::set_float(float v) {
+    set_scalar(&Scalar::f, v, kValueFloat);
+}
 
-void Value::set_double(double v) { set_scalar(&Scalar::d, v, kValueDouble); }
+void Value::set_double(double v) {
+    set_scalar(&Scalar::d, v, kValueDouble);
+}
 
-void Value::set_pointer(const void* v) { set_scalar(&Scalar::p, v, kValuePointer); }
+void Value::set_pointer(const void* v) {
+    set_scalar(&Scalar::p, v, kValuePointer);
+}
 
-void Value::set_int64(int64_t v) { set_scalar(&Scalar::ll, v, kValueInt64); }
+void Value::set_int64(int64_t v) {
+    set_scalar(&Scalar::ll, v, kValueInt64);
+}
 
-void Value::set_uint64(uint64_t v) { set_scalar(&Scalar::ull, v, kValueUint64); }
+void Value::set_uint64(uint64_t v) {
+    set_scalar(&Scalar::ull, v, kValueUint64);
+}
 
-void Value::set_bool(bool v) { set_scalar(&Scalar::b, v, kValueBool); }
+void Value::set_bool(bool v) {
+    set_scalar(&Scalar::b, v, kValueBool);
+}
 
 void Value::set_string(const char* text) {
     set_string(text, text ? static_cast<int>(std::strlen(text)) : 0);
@@ -230,14 +254,22 @@ template <class T>
 T numeric(ValueKind kind, int32_t i, uint32_t u, float f, double d, int64_t ll, uint64_t ull,
           bool b) {
     switch (kind) {
-        case kValueInt: return num_cast<T>(i);
-        case kValueUint: return num_cast<T>(u);
-        case kValueFloat: return num_cast<T>(f);
-        case kValueDouble: return num_cast<T>(d);
-        case kValueInt64: return num_cast<T>(ll);
-        case kValueUint64: return num_cast<T>(ull);
-        case kValueBool: return static_cast<T>(b ? 1 : 0);
-        default: return T();
+        case kValueInt:
+            return num_cast<T>(i);
+        case kValueUint:
+            return num_cast<T>(u);
+        case kValueFloat:
+            return num_cast<T>(f);
+        case kValueDouble:
+            return num_cast<T>(d);
+        case kValueInt64:
+            return num_cast<T>(ll);
+        case kValueUint64:
+            return num_cast<T>(ull);
+        case kValueBool:
+            return static_cast<T>(b ? 1 : 0);
+        default:
+            return T();
     }
 }
 
@@ -245,29 +277,49 @@ T numeric(ValueKind kind, int32_t i, uint32_t u, float f, double d, int64_t ll, 
 
 // The bool is passed as its byte: loading scalar_.b while another kind is stored would read a
 // byte that is not a valid bool.
-#define ZP_VALUE_NUMERIC(T)                                                                    \
-    numeric<T>(kind_, scalar_.i, scalar_.u, scalar_.f, scalar_.d, scalar_.ll, scalar_.ull,    \
+#define ZP_VALUE_NUMERIC(T)                                                                \
+    numeric<T>(kind_, scalar_.i, scalar_.u, scalar_.f, scalar_.d, scalar_.ll, scalar_.ull, \
                scalar_.raw[0] != 0)
 
-int32_t Value::as_int() const { return ZP_VALUE_NUMERIC(int32_t); }
-uint32_t Value::as_uint() const { return ZP_VALUE_NUMERIC(uint32_t); }
-float Value::as_float() const { return ZP_VALUE_NUMERIC(float); }
-double Value::as_double() const { return ZP_VALUE_NUMERIC(double); }
-int64_t Value::as_int64() const { return ZP_VALUE_NUMERIC(int64_t); }
-uint64_t Value::as_uint64() const { return ZP_VALUE_NUMERIC(uint64_t); }
+int32_t Value::as_int() const {
+    return ZP_VALUE_NUMERIC(int32_t);
+}
+uint32_t Value::as_uint() const {
+    return ZP_VALUE_NUMERIC(uint32_t);
+}
+float Value::as_float() const {
+    return ZP_VALUE_NUMERIC(float);
+}
+double Value::as_double() const {
+    return ZP_VALUE_NUMERIC(double);
+}
+int64_t Value::as_int64() const {
+    return ZP_VALUE_NUMERIC(int64_t);
+}
+uint64_t Value::as_uint64() const {
+    return ZP_VALUE_NUMERIC(uint64_t);
+}
 
 #undef ZP_VALUE_NUMERIC
 
 bool Value::as_bool() const {
     switch (kind_) {
-        case kValueBool: return scalar_.b;
-        case kValueInt: return scalar_.i != 0;
-        case kValueUint: return scalar_.u != 0;
-        case kValueFloat: return scalar_.f != 0.0f;
-        case kValueDouble: return scalar_.d != 0.0;
-        case kValueInt64: return scalar_.ll != 0;
-        case kValueUint64: return scalar_.ull != 0;
-        default: return false;
+        case kValueBool:
+            return scalar_.b;
+        case kValueInt:
+            return scalar_.i != 0;
+        case kValueUint:
+            return scalar_.u != 0;
+        case kValueFloat:
+            return scalar_.f != 0.0f;
+        case kValueDouble:
+            return scalar_.d != 0.0;
+        case kValueInt64:
+            return scalar_.ll != 0;
+        case kValueUint64:
+            return scalar_.ull != 0;
+        default:
+            return false;
     }
 }
 
@@ -277,7 +329,9 @@ void* Value::as_pointer() const {
     return nullptr;
 }
 
-int32_t Value::error_code() const { return kind_ == kValueError ? scalar_.i : 0; }
+int32_t Value::error_code() const {
+    return kind_ == kValueError ? scalar_.i : 0;
+}
 
 std::string Value::as_string() const {
     if (!payload_ || length_ <= 0) return std::string();
@@ -297,40 +351,55 @@ std::string Value::write() const {
     const char* bytes = payload_ ? payload_ : "";
     size_t count = (payload_ && length_ > 0) ? static_cast<size_t>(length_) : 0;
     switch (kind_) {
-        case kValueNull: return "<null>";
-        case kValueMap: out = format("[map:%d]", length_); break;
-        case kValueInt: return format("[i]%d", scalar_.i);
-        case kValueUint: return format("[u]%u", scalar_.u);
-        case kValueFloat: return format("[f]%f", static_cast<double>(scalar_.f));
-        case kValueDouble: return format("[d]%lf", scalar_.d);
+        case kValueNull:
+            return "<null>";
+        case kValueMap:
+            out = format("[map:%d]", length_);
+            break;
+        case kValueInt:
+            return format("[i]%d", scalar_.i);
+        case kValueUint:
+            return format("[u]%u", scalar_.u);
+        case kValueFloat:
+            return format("[f]%f", static_cast<double>(scalar_.f));
+        case kValueDouble:
+            return format("[d]%lf", scalar_.d);
         case kValuePointer:
             // The same 16 upper-case digits on every platform.
             return format("[v]%016" PRIXPTR, reinterpret_cast<uintptr_t>(scalar_.p));
-        case kValueInt64: return format("[lld]%lld", static_cast<long long>(scalar_.ll));
+        case kValueInt64:
+            return format("[lld]%lld", static_cast<long long>(scalar_.ll));
         case kValueUint64:
             return format("[llu]%llu", static_cast<unsigned long long>(scalar_.ull));
-        case kValueString: out = format("[str:%d]", length_); break;
-        case kValueBool: return scalar_.b ? "[b]true" : "[b]false";
-        case kValueList: out = format("[list:%d]", length_); break;
+        case kValueString:
+            out = format("[str:%d]", length_);
+            break;
+        case kValueBool:
+            return scalar_.b ? "[b]true" : "[b]false";
+        case kValueList:
+            out = format("[list:%d]", length_);
+            break;
         case kValuePtrSize:
             return format("[ptr]%llu,%d",
                           static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(payload_)),
                           length_);
-        case kValueError: out = format("[err:%d]%d,", length_, scalar_.i); break;
-        default: out = "<variant>"; break;
+        case kValueError:
+            out = format("[err:%d]%d,", length_, scalar_.i);
+            break;
+        default:
+            out = "<variant>";
+            break;
     }
     out.append(bytes, count);
     return out;
 }
 
 // Payload kinds: the length after the colon limits how much of `rest` is taken.
-void Value::read_framed(const std::string& tag, const char* rest, ValueKind kind,
-                        size_t colon) {
+void Value::read_framed(const std::string& tag, const char* rest, ValueKind kind, size_t colon) {
     kind_ = kind;
     int length = framed_length(tag, colon);
     size_t available = std::strlen(rest);
-    size_t count = length < 0 ? available
-                              : std::min(static_cast<size_t>(length), available);
+    size_t count = length < 0 ? available : std::min(static_cast<size_t>(length), available);
     if (count > 0) own_payload(rest, count);
 }
 
@@ -367,8 +436,8 @@ void Value::read(const char* text) {
 
     // The opening byte is skipped untested; the tag runs to the next ']'.
     const char* tag_end = std::strchr(text + 1, ']');
-    std::string tag(text + 1, tag_end ? static_cast<size_t>(tag_end - (text + 1))
-                                      : std::strlen(text + 1));
+    std::string tag(text + 1,
+                    tag_end ? static_cast<size_t>(tag_end - (text + 1)) : std::strlen(text + 1));
     const char* rest = close + 1;
 
     if (tag == "lld") {

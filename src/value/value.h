@@ -26,7 +26,7 @@ enum ValueKind : int16_t {
 };
 
 class Value {
-public:
+  public:
     Value();
     Value(const Value& other);
     Value(Value&& other) noexcept;
@@ -98,7 +98,7 @@ public:
     using AllocFn = void* (*)(size_t);
     static void set_allocator(AllocFn fn);
 
-private:
+  private:
     void free_payload();
     void clear_scalar();
     bool own_payload(const char* bytes, size_t length);

@@ -42,7 +42,8 @@ constexpr bool kThreadSanitizer = false;
 // Address space a run may reserve (a clean one needs about 250 MiB): a repair that reserved
 // what a hostile index claims, instead of what the damaged file holds, would not fit. The
 // sanitizers reserve vast shadow areas of their own, so they run without it.
-constexpr int64_t kAddressSpaceLimit = (kAddressSanitizer || kThreadSanitizer) ? -1 : int64_t(512) << 20;
+constexpr int64_t kAddressSpaceLimit =
+    (kAddressSanitizer || kThreadSanitizer) ? -1 : int64_t(512) << 20;
 
 // Above a normal repair's peak, a run may use this much more at most, whatever the index says.
 const long kRssMarginKb = kAddressSanitizer ? 96 * 1024 : 32 * 1024;
@@ -51,14 +52,16 @@ const long kRssMarginKb = kAddressSanitizer ? 96 * 1024 : 32 * 1024;
 struct Recording {
     TempDir dir;
     std::string media;
-    std::string header;               // "#version=2" and the two stream descriptions
-    std::vector<std::string> lines;   // packet lines, without their line feeds
-    long long first_position = 0;     // where the first packet's bytes start
-    long baseline_rss_kb = 0;         // a clean repair's peak
+    std::string header;              // "#version=2" and the two stream descriptions
+    std::vector<std::string> lines;  // packet lines, without their line feeds
+    long long first_position = 0;    // where the first packet's bytes start
+    long baseline_rss_kb = 0;        // a clean repair's peak
 };
 Recording* g_rec = nullptr;  // deliberately never freed: the suites share it
 
-std::string kinefix() { return bin_dir() + "/kinefix"; }
+std::string kinefix() {
+    return bin_dir() + "/kinefix";
+}
 
 // Deterministic bytes, every value included, NULs and line ends too.
 std::string junk(size_t n, uint32_t seed) {
@@ -109,7 +112,9 @@ struct Case {
         fs::copy_file(g_rec->media, broken);
         write_file(index, g_rec->header + joined(g_rec->lines));
     }
-    void set_lines(const std::vector<std::string>& lines) const { write_file(index, g_rec->header + joined(lines)); }
+    void set_lines(const std::vector<std::string>& lines) const {
+        write_file(index, g_rec->header + joined(lines));
+    }
     // The packet lines with line `n` changed.
     std::vector<std::string> changed(size_t n, int field, const std::string& value) const {
         std::vector<std::string> lines = g_rec->lines;
@@ -121,7 +126,8 @@ struct Case {
     void log_to_stdout() {
         const fs::path conf = dir.path() / "state" / "kinefix" / "conf";
         fs::create_directories(conf);
-        write_file((conf / "Admin.conf").string(), "log.level : 2\nlog.stdout : true\nlog.tag : \n");
+        write_file((conf / "Admin.conf").string(),
+                   "log.level : 2\nlog.stdout : true\nlog.tag : \n");
         log_on_stdout = true;
     }
     bool log_on_stdout = false;
@@ -131,7 +137,8 @@ struct Case {
         spec.seconds = seconds;
         const std::string error = make_recording(broken, spec, dir);
         ASSERT_TRUE(error.empty()) << error;
-        const RunResult r = run(bin_dir() + "/kinefix-index", {broken, index}, isolated_env(dir), dir);
+        const RunResult r =
+            run(bin_dir() + "/kinefix-index", {broken, index}, isolated_env(dir), dir);
         ASSERT_EQ(r.exit_code, 0) << r.err;
     }
 };
@@ -151,13 +158,16 @@ struct BadInput {
 };
 
 // Test names in failure reports, not the row's bytes.
-void PrintTo(const BadInput& row, std::ostream* os) { *os << row.name; }
+void PrintTo(const BadInput& row, std::ostream* os) {
+    *os << row.name;
+}
 
 std::string fill(std::string text, const Case& c) {
     for (const auto& [key, value] : {std::pair<std::string, std::string>{"{broken}", c.broken},
                                      {"{index}", c.index},
                                      {"{output}", c.output}}) {
-        for (size_t at = text.find(key); at != std::string::npos; at = text.find(key, at + value.size()))
+        for (size_t at = text.find(key); at != std::string::npos;
+             at = text.find(key, at + value.size()))
             text.replace(at, key.size(), value);
     }
     return text;
@@ -207,17 +217,25 @@ const std::vector<BadInput>& Table() {
         {"SizeMinusOne",
          [](Case& c) { c.set_lines(c.changed(2, 2, "-1")); },
          {0, {"progress:1.0\n"}, {}, {" < -1(需求)，该行索引处理结束 (eof=1", "第一个忽略行"}}},
-        {"SizeZero", [](Case& c) { c.set_lines(c.changed(2, 2, "0")); }, {0, {"progress:1.0\n"}, {}, {"\">> 执行完成"}}},
+        {"SizeZero",
+         [](Case& c) { c.set_lines(c.changed(2, 2, "0")); },
+         {0, {"progress:1.0\n"}, {}, {"\">> 执行完成"}}},
         {"SizeIntMax",
          [](Case& c) { c.set_lines(c.changed(2, 2, "2147483647")); },
-         {0, {"progress:1.0\n"}, {}, {" < 2147483647(需求)，该行索引处理结束 (eof=1", "第一个忽略行"}}},
+         {0,
+          {"progress:1.0\n"},
+          {},
+          {" < 2147483647(需求)，该行索引处理结束 (eof=1", "第一个忽略行"}}},
         {"PositionPastTheEnd",
          [](Case& c) { c.set_lines(c.changed(2, 1, "999999999")); },
          {0, {"progress:1.0\n"}, {}, {"\"读取packet数据 0 < ", "第一个忽略行"}}},
         {"PositionNegative",
          [](Case& c) { c.set_lines(c.changed(2, 1, "-5")); },
-         {0, {"progress:1.0\n"}, {}, {"\"packet数据 seek 失败 fpos=-5，该行索引处理结束\"",
-                                      "\">> 执行完成 （忽略索引: [0 ~ 0) 共0行）\""}}},
+         {0,
+          {"progress:1.0\n"},
+          {},
+          {"\"packet数据 seek 失败 fpos=-5，该行索引处理结束\"",
+           "\">> 执行完成 （忽略索引: [0 ~ 0) 共0行）\""}}},
         {"PositionInsideAnotherPacket",
          [](Case& c) { c.set_lines(c.changed(3, 1, std::to_string(g_rec->first_position + 10))); },
          {0, {"progress:1.0\n"}, {}, {"\">> 执行完成"}}},
@@ -247,7 +265,10 @@ const std::vector<BadInput>& Table() {
              lines[n] = with_field(lines[n], 3, "-48000");
              c.set_lines(lines);
          },
-         {0, {"error:ret=-22,msg=Invalid argument\n", "progress:1.0\n"}, {}, {"; write frame err: Invalid argument, next="}}},
+         {0,
+          {"error:ret=-22,msg=Invalid argument\n", "progress:1.0\n"},
+          {},
+          {"; write frame err: Invalid argument, next="}}},
         {"UnknownVersion",
          [](Case& c) {
              std::string text = read_file(c.index);
@@ -282,12 +303,17 @@ const std::vector<BadInput>& Table() {
              fs::create_directory(c.index);
          },
          {0, {}, {}, {"\"无法打开moov文件: {index}\""}}},
-        {"IndexMissing", [](Case& c) { fs::remove(c.index); }, {0, {}, {}, {"\"无法打开moov文件: {index}\""}}},
+        {"IndexMissing",
+         [](Case& c) { fs::remove(c.index); },
+         {0, {}, {}, {"\"无法打开moov文件: {index}\""}}},
 
         // ---- where the output goes
         {"OutputDirectoryMissing",
          [](Case& c) { c.output = c.dir / "no-such-dir/out.mp4"; },
-         {0, {}, {"Could not open output file '{output}'", "Error occurred: No such file or directory\n"}, {}}},
+         {0,
+          {},
+          {"Could not open output file '{output}'", "Error occurred: No such file or directory\n"},
+          {}}},
         {"OutputDirectoryReadOnly",
          [](Case& c) {
              fs::create_directory(c.dir / "ro");
@@ -296,10 +322,17 @@ const std::vector<BadInput>& Table() {
              hand_to_nobody(c.dir.path());
              fs::permissions(c.dir / "ro", fs::perms::owner_read | fs::perms::owner_exec);
          },
-         {0, {}, {"Could not open output file '{output}'", "Error occurred: Permission denied\n"}, {}}},
+         {0,
+          {},
+          {"Could not open output file '{output}'", "Error occurred: Permission denied\n"},
+          {}}},
         {"DiskFullAtOnce",
          [](Case& c) { fs::create_symlink("/dev/full", c.output); },
-         {0, {}, {"Error occurred when opening output file\n", "Error occurred: No space left on device\n"}, {}}},
+         {0,
+          {},
+          {"Error occurred when opening output file\n",
+           "Error occurred: No space left on device\n"},
+          {}}},
         {"DiskFullDuringTheWrite",
          [](Case& c) {
              // The muxer's output buffer holds 256 KiB: the failing writes must come early.
@@ -307,7 +340,9 @@ const std::vector<BadInput>& Table() {
              c.options.file_size_limit = 16 * 1024;
              c.log_to_stdout();  // the limit holds for the log file too
          },
-         {0, {"error:ret=-27,msg=File too large\n", "progress:1.0\n"}, {"Error occurred: File too large\n"},
+         {0,
+          {"error:ret=-27,msg=File too large\n", "progress:1.0\n"},
+          {"Error occurred: File too large\n"},
           {"; write frame err: File too large, next=", "\">> 执行完成"}}},
 
         // ---- the output names an input: refused before anything is opened for writing
@@ -346,7 +381,7 @@ const std::vector<BadInput>& Table() {
 }
 
 class BadInputTest : public ::testing::TestWithParam<BadInput> {
-public:
+  public:
     // Made once for both suites of this file, kept until the process ends.
     static void SetUpTestSuite() {
         if (g_rec) return;
@@ -386,9 +421,8 @@ TEST_P(BadInputTest, EndsAsDesigned) {
     c.options.env = isolated_env(c.dir);
     c.options.address_space_limit = kAddressSpaceLimit;
     row.setup(c);
-    const std::vector<std::string> args = c.args.empty()
-                                              ? std::vector<std::string>{c.broken, c.index, c.output}
-                                              : c.args;
+    const std::vector<std::string> args =
+        c.args.empty() ? std::vector<std::string>{c.broken, c.index, c.output} : c.args;
     const std::string broken_before = fingerprint(c.broken);
     const std::string index_before = fingerprint(c.index);
     const bool output_existed = fs::exists(fs::symlink_status(c.output));
@@ -407,15 +441,21 @@ TEST_P(BadInputTest, EndsAsDesigned) {
     } else {
         EXPECT_EQ(r.out.find("End\n"), std::string::npos) << r.out;
     }
-    for (const auto& text : e.out) EXPECT_NE(r.out.find(fill(text, c)), std::string::npos) << fill(text, c) << "\n" << r.out;
-    for (const auto& text : e.err) EXPECT_NE(r.err.find(fill(text, c)), std::string::npos) << fill(text, c) << "\n" << r.err;
-    for (const auto& text : e.log) EXPECT_NE(log.find(fill(text, c)), std::string::npos) << fill(text, c) << "\n" << log;
+    for (const auto& text : e.out)
+        EXPECT_NE(r.out.find(fill(text, c)), std::string::npos) << fill(text, c) << "\n" << r.out;
+    for (const auto& text : e.err)
+        EXPECT_NE(r.err.find(fill(text, c)), std::string::npos) << fill(text, c) << "\n" << r.err;
+    for (const auto& text : e.log)
+        EXPECT_NE(log.find(fill(text, c)), std::string::npos) << fill(text, c) << "\n" << log;
 
     if (e.refused) {
-        EXPECT_NE(r.err.find("Refusing to write output over an input file: '" + c.output + "'\n"), std::string::npos)
+        EXPECT_NE(r.err.find("Refusing to write output over an input file: '" + c.output + "'\n"),
+                  std::string::npos)
             << r.err;
         EXPECT_NE(log.find("[E][zp] repair_engine.cpp"), std::string::npos);
-        EXPECT_NE(log.find("\"输出文件与输入文件相同，拒绝写入: " + c.output + "\""), std::string::npos) << log;
+        EXPECT_NE(log.find("\"输出文件与输入文件相同，拒绝写入: " + c.output + "\""),
+                  std::string::npos)
+            << log;
         EXPECT_EQ(r.out.find("progress:"), std::string::npos) << r.out;
         if (!output_existed && c.output.rfind("file:", 0) != 0) {
             EXPECT_FALSE(fs::exists(c.output));
@@ -429,12 +469,15 @@ TEST_P(BadInputTest, EndsAsDesigned) {
     EXPECT_EQ(fingerprint(c.index), index_before);
 
     EXPECT_LE(r.max_rss_kb, g_rec->baseline_rss_kb + kRssMarginKb)
-        << "peak " << r.max_rss_kb << " KiB against " << g_rec->baseline_rss_kb << " KiB for a clean run";
+        << "peak " << r.max_rss_kb << " KiB against " << g_rec->baseline_rss_kb
+        << " KiB for a clean run";
     RecordProperty("peak_rss_kb", std::to_string(r.max_rss_kb));
 }
 
 INSTANTIATE_TEST_SUITE_P(Table, BadInputTest, ::testing::ValuesIn(Table()),
-                         [](const ::testing::TestParamInfo<BadInput>& info) { return info.param.name; });
+                         [](const ::testing::TestParamInfo<BadInput>& info) {
+                             return info.param.name;
+                         });
 
 // A hostile index claims packets of up to 2 GiB and holds a 100 MB line: the repair reserves
 // no more than the damaged file can fill (see kAddressSpaceLimit), and its peak resident
@@ -457,7 +500,9 @@ TEST_F(BadInputTest, HostileIndexKeepsMemoryBounded) {
     ASSERT_EQ(r.exit_code, 0) << r.err;
     const std::string log = log_text(c);
     // The 600 MB claim is met with what is left of the file, which then counts as read to its end.
-    EXPECT_TRUE(std::regex_search(log, std::regex("\"读取packet数据 [0-9]+ < 600000000\\(需求\\)，该行索引处理结束 \\(eof=1")))
+    EXPECT_TRUE(std::regex_search(
+        log,
+        std::regex("\"读取packet数据 [0-9]+ < 600000000\\(需求\\)，该行索引处理结束 \\(eof=1")))
         << log.substr(0, 4000);
     EXPECT_NE(log.find("第一个忽略行"), std::string::npos);
     EXPECT_TRUE(probe_reads(c.output, c.dir));

@@ -12,12 +12,15 @@ namespace {
 
 using namespace kinefix_test;
 
-std::string option_text(const std::string& broken, const std::string& moov, const std::string& out) {
+std::string option_text(const std::string& broken, const std::string& moov,
+                        const std::string& out) {
     return "{\"broken_file\":\"" + broken + "\",\"moov_file\":\"" + moov + "\",\"output_file\":\"" +
            out + "\"}";
 }
 
-std::string protect(const std::string& text) { return zp::Crypt::instance()->protect_text(text); }
+std::string protect(const std::string& text) {
+    return zp::Crypt::instance()->protect_text(text);
+}
 
 RunResult crypt_tool(const Workspace& ws, const std::vector<std::string>& args) {
     return run(bin_dir() + "/kinefix-crypt", args, isolated_env(ws.dir()), ws.dir());
@@ -89,7 +92,8 @@ TEST(CryptToolTest, OptionsProtectRestoreAndRewrite) {
     ASSERT_EQ(r.exit_code, 0) << r.err;
     ASSERT_FALSE(r.out.empty());
     const std::string made = r.out.substr(0, r.out.size() - 1);
-    EXPECT_EQ(zp::Crypt::instance()->restore_text(made), option_text("D:\\v\\a.mp4", "a b.idx", "out.mp4"));
+    EXPECT_EQ(zp::Crypt::instance()->restore_text(made),
+              option_text("D:\\v\\a.mp4", "a b.idx", "out.mp4"));
 
     r = crypt_tool(ws, {"restore", made});
     EXPECT_EQ(r.exit_code, 0);
@@ -98,7 +102,8 @@ TEST(CryptToolTest, OptionsProtectRestoreAndRewrite) {
     EXPECT_EQ(zp::Crypt::instance()->restore_text(r.out.substr(0, r.out.size() - 1)), "无法打开");
     r = crypt_tool(ws, {"protect", ""});
     EXPECT_EQ(crypt_tool(ws, {"restore", r.out.substr(0, r.out.size() - 1)}).exit_code, 0);
-    EXPECT_EQ(crypt_tool(ws, {"restore", std::string(zp::Crypt::text_marker()) + "@@"}).exit_code, 1);
+    EXPECT_EQ(crypt_tool(ws, {"restore", std::string(zp::Crypt::text_marker()) + "@@"}).exit_code,
+              1);
     EXPECT_EQ(crypt_tool(ws, {"options", "a\"b", "m", "o"}).exit_code, 1);
     EXPECT_EQ(crypt_tool(ws, {"bogus"}).exit_code, 2);
     EXPECT_EQ(crypt_tool(ws, {}).exit_code, 2);
@@ -122,8 +127,8 @@ TEST(ProtectedTextTest, ProductCarriesNoClearProtectedText) {
     EXPECT_EQ(image.find("kinefix.example.org"), std::string::npos);
 
     const std::string rodata = ws / "rodata.bin";
-    const RunResult r = run("objcopy", {"-O", "binary", "--only-section=.rodata", program, rodata},
-                            {}, ws.dir());
+    const RunResult r =
+        run("objcopy", {"-O", "binary", "--only-section=.rodata", program, rodata}, {}, ws.dir());
     ASSERT_EQ(r.exit_code, 0) << r.err;
     const std::string data = read_file(rodata);
     ASSERT_NE(data.find("release: %s\n"), std::string::npos) << "clear texts are found here";
@@ -132,7 +137,8 @@ TEST(ProtectedTextTest, ProductCarriesNoClearProtectedText) {
 
     // And the banner still shows the address, restored at run time.
     const RunResult banner = ws.kinefix({"a", "b"});
-    EXPECT_NE(banner.out.find("Kinefix (https://kinefix.example.org)\n"), std::string::npos) << banner.out;
+    EXPECT_NE(banner.out.find("Kinefix (https://kinefix.example.org)\n"), std::string::npos)
+        << banner.out;
 }
 
 }  // namespace

@@ -51,12 +51,14 @@ TEST(ContractTest, WriteErrorsAndRejectedLinesKeepTheRunGoing) {
     // buffer, so each shows the last one made (the pts).
     const std::vector<std::string> lines = lines_of(r.out);
     ASSERT_EQ(lines.size(), 5u + 6) << r.out;
-    EXPECT_EQ(lines[5], "pts:-21 pts_time:-0.021 dts:-21 dts_time:-0.021 duration:21 "
-                        "duration_time:-0.021 stream_index:0");
+    EXPECT_EQ(lines[5],
+              "pts:-21 pts_time:-0.021 dts:-21 dts_time:-0.021 duration:21 "
+              "duration_time:-0.021 stream_index:0");
     EXPECT_EQ(lines[6], "error:ret=-22,msg=Invalid argument");
     EXPECT_TRUE(std::regex_match(lines[7], std::regex(R"(progress:0\.[0-8]\d{5})"))) << lines[7];
     // Past 0.9 of the index a write error stays off standard output except its own line.
-    EXPECT_EQ(lines[8], "pts:0 pts_time:0 dts:0 dts_time:0 duration:21 duration_time:0 stream_index:0");
+    EXPECT_EQ(lines[8],
+              "pts:0 pts_time:0 dts:0 dts_time:0 duration:21 duration_time:0 stream_index:0");
     EXPECT_EQ(lines[9], "progress:1.0");
     EXPECT_EQ(lines[10], "End");
 
@@ -77,7 +79,8 @@ TEST(ContractTest, WriteErrorsAndRejectedLinesKeepTheRunGoing) {
     ASSERT_EQ(packets.size(), 8u);
     const double expected[8] = {1024, 2048, 3072, 4096, 5120, 6144, 7168, 8192};
     for (size_t i = 0; i < 8; ++i) {
-        EXPECT_NEAR(packets[i].pts - packets[0].pts, (expected[i] - expected[0]) / 48000.0, 0.0011) << i;
+        EXPECT_NEAR(packets[i].pts - packets[0].pts, (expected[i] - expected[0]) / 48000.0, 0.0011)
+            << i;
         EXPECT_EQ(packets[i].size, 10);
     }
 }
@@ -113,7 +116,9 @@ TEST(ContractTest, SizesTheFileCannotSupplyEndTheCopy) {
         EXPECT_TRUE(Has(log, "\"读取packet数据 390 < " + size +
                                  "(需求)，该行索引处理结束 (eof=1, fpos=400) err_code=0\""))
             << log;
-        EXPECT_TRUE(Has(log, "\">> 损坏视频已经读取到末尾了,第一个忽略行 ========> 0,,10,1024,,,1;\n\"")) << log;
+        EXPECT_TRUE(
+            Has(log, "\">> 损坏视频已经读取到末尾了,第一个忽略行 ========> 0,,10,1024,,,1;\n\""))
+            << log;
         EXPECT_TRUE(Has(log, "\">> 执行完成 （忽略索引: [2 ~ 4) 共2行）\"")) << log;
         const FrameReport out = frame_report(ws / "out.mp4", ws.dir());
         ASSERT_TRUE(out.ok) << out.error;
@@ -163,7 +168,8 @@ TEST(ContractTest, SetUpFailuresReportOnTheirChannels) {
     const std::string unwritable = ws / "no such dir/out.mp4";
     r = ws.kinefix({ws / "data.bin", ws / "a.idx", unwritable});
     EXPECT_EQ(r.exit_code, 0);
-    EXPECT_TRUE(Has(r.err, "Could not open output file '" + unwritable + "'Error occurred: ")) << r.err;
+    EXPECT_TRUE(Has(r.err, "Could not open output file '" + unwritable + "'Error occurred: "))
+        << r.err;
     EXPECT_EQ(lines_of(r.out).size(), 6u) << r.out;
 
     r = ws.kinefix({ws / "missing.bin", ws / "a.idx", ws / "out.mp4"});
@@ -186,10 +192,11 @@ TEST(ContractTest, DescriptionWithoutExtradataGetsNoStream) {
     write_file(ws / "data.bin", Bytes(100));
     // A video description without `ev` next to the audio one: only the audio stream exists,
     // numbered 0, and the audio entries (index 0) land in it.
-    write_file(ws / "a.idx", std::string(kAudioHeader) +
-                                 "{\"type\":\"video\",\"index\":3,\"codec\":\"h264\",\"w\":320,\"h\":240,"
-                                 "\"tb.num\":1,\"tb.den\":90000}\n"
-                                 "0,0,10,1024,,,1;\n3,,10,3000,,3000,1;\n0,,10,1024,,,1;\n");
+    write_file(ws / "a.idx",
+               std::string(kAudioHeader) +
+                   "{\"type\":\"video\",\"index\":3,\"codec\":\"h264\",\"w\":320,\"h\":240,"
+                   "\"tb.num\":1,\"tb.den\":90000}\n"
+                   "0,0,10,1024,,,1;\n3,,10,3000,,3000,1;\n0,,10,1024,,,1;\n");
     const RunResult r = ws.kinefix({ws / "data.bin", ws / "a.idx", ws / "out.mp4"});
     ASSERT_EQ(r.exit_code, 0);
     const FrameReport out = frame_report(ws / "out.mp4", ws.dir());
@@ -205,10 +212,11 @@ TEST(IndexToolTest, RefusesWhatItCannotIndex) {
     EXPECT_EQ(ws.index({"--index-version", "3", "a", "b"}).exit_code, 2);
     EXPECT_EQ(ws.index({ws / "missing.mp4", ws / "x.idx"}).exit_code, 1);
 
-    const RunResult made = run("ffmpeg", {"-v", "error", "-nostdin", "-f", "lavfi", "-i",
-                                          "testsrc=size=160x120:rate=10:duration=1", "-c:v", "mpeg4",
-                                          ws / "mpeg4.mp4"},
-                               plain_env(ws.dir()), ws.dir());
+    const RunResult made =
+        run("ffmpeg",
+            {"-v", "error", "-nostdin", "-f", "lavfi", "-i",
+             "testsrc=size=160x120:rate=10:duration=1", "-c:v", "mpeg4", ws / "mpeg4.mp4"},
+            plain_env(ws.dir()), ws.dir());
     ASSERT_EQ(made.exit_code, 0) << made.err;
     const RunResult r = ws.index({ws / "mpeg4.mp4", ws / "x.idx"});
     EXPECT_EQ(r.exit_code, 1);

@@ -19,10 +19,14 @@ struct RoundTrip {
     std::vector<std::string> index_options;
 };
 
-void PrintTo(const RoundTrip& c, std::ostream* os) { *os << c.name; }
+void PrintTo(const RoundTrip& c, std::ostream* os) {
+    *os << c.name;
+}
 
 // Matroska keeps no decoding times (readers re-derive them) and starts its clock at zero.
-bool IsMatroska(const std::string& ext) { return ext == ".mkv"; }
+bool IsMatroska(const std::string& ext) {
+    return ext == ".mkv";
+}
 
 class RoundTripTest : public ::testing::TestWithParam<RoundTrip> {};
 
@@ -44,7 +48,8 @@ TEST_P(RoundTripTest, RepairGivesBackEveryPacket) {
     ASSERT_EQ(r.exit_code, 0) << r.err;
     const int lines = packet_line_count(read_file(index));
     expect_repair_stdout(r.out, lines);
-    EXPECT_NE(ws.log().find("\">> 执行完成 （忽略索引: [0 ~ 0) 共0行）\"\n"), std::string::npos) << ws.log();
+    EXPECT_NE(ws.log().find("\">> 执行完成 （忽略索引: [0 ~ 0) 共0行）\"\n"), std::string::npos)
+        << ws.log();
     EXPECT_EQ(r.err.find("Error occurred"), std::string::npos) << r.err;
 
     EXPECT_EQ(decode_errors(output, ws.dir()), "");
@@ -70,7 +75,10 @@ INSTANTIATE_TEST_SUITE_P(
         RoundTrip{"VideoOnlyToMkv", Spec(true, true, false, false), ".mp4", ".mkv", {}},
         RoundTrip{"AudioOnlyToMp4", Spec(false, false, true, false), ".mp4", ".mp4", {}},
         RoundTrip{"MovSourceToMp4", Spec(true, true, true, false), ".mov", ".mp4", {}},
-        RoundTrip{"Version1ThreeEntriesPerLine", Spec(true, true, true, false), ".mp4", ".mov",
+        RoundTrip{"Version1ThreeEntriesPerLine",
+                  Spec(true, true, true, false),
+                  ".mp4",
+                  ".mov",
                   {"--index-version", "1", "--entries-per-line", "3"}}),
     [](const ::testing::TestParamInfo<RoundTrip>& info) { return std::string(info.param.name); });
 
@@ -98,8 +106,8 @@ std::vector<Located> LocateLines(const std::string& index_text) {
 TEST(CutRecordingTest, KeepsEveryPacketBeforeTheCutAndReportsTheIgnoredLines) {
     Workspace ws;
     const std::string index = ws / "cut.idx";
-    const std::string broken =
-        ws.damaged_recording("cut.mp4", Spec(true, true, true, false), {"--index-version", "1"}, index);
+    const std::string broken = ws.damaged_recording("cut.mp4", Spec(true, true, true, false),
+                                                    {"--index-version", "1"}, index);
     ASSERT_FALSE(broken.empty());
     const FrameReport original = frame_report(broken, ws.dir());
     ASSERT_TRUE(original.ok);
@@ -131,12 +139,13 @@ TEST(CutRecordingTest, KeepsEveryPacketBeforeTheCutAndReportsTheIgnoredLines) {
             if (!l.empty() && l[0] != '#' && l[0] != '{') v.push_back(l);
         return v;
     }();
-    const std::string short_read = "读取packet数据 " + std::to_string(cut - located[whole].pos) + " < " +
-                                   std::to_string(located[whole].size) +
+    const std::string short_read = "读取packet数据 " + std::to_string(cut - located[whole].pos) +
+                                   " < " + std::to_string(located[whole].size) +
                                    "(需求)，该行索引处理结束 (eof=1, fpos=" + std::to_string(cut) +
                                    ") err_code=0\"";
     EXPECT_NE(log.find(short_read), std::string::npos) << short_read << "\n" << log;
-    EXPECT_NE(log.find("\">> 损坏视频已经读取到末尾了,第一个忽略行 ========> " + packet_lines[whole + 1] + "\n\""),
+    EXPECT_NE(log.find("\">> 损坏视频已经读取到末尾了,第一个忽略行 ========> " +
+                       packet_lines[whole + 1] + "\n\""),
               std::string::npos)
         << log;
     const int ignored = total - whole - 1;

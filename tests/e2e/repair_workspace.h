@@ -14,7 +14,7 @@
 namespace kinefix_test {
 
 class Workspace {
-public:
+  public:
     std::string operator/(const std::string& name) const { return dir_ / name; }
     const TempDir& dir() const { return dir_; }
 
@@ -60,7 +60,7 @@ public:
         return path;
     }
 
-private:
+  private:
     TempDir dir_;
 };
 
@@ -121,9 +121,11 @@ inline void expect_same_packets(const FrameReport& original, const FrameReport& 
         for (size_t i = 0; i < packets.size(); ++i) {
             ASSERT_EQ(got[i].size, packets[i].size) << "stream " << index << " packet " << i;
             ASSERT_EQ(got[i].md5, packets[i].md5) << "stream " << index << " packet " << i;
-            EXPECT_NEAR(got[i].pts - shift, packets[i].pts, tol) << "stream " << index << " packet " << i;
+            EXPECT_NEAR(got[i].pts - shift, packets[i].pts, tol)
+                << "stream " << index << " packet " << i;
             if (check_dts) {
-                EXPECT_NEAR(got[i].dts - shift, packets[i].dts, tol) << "stream " << index << " packet " << i;
+                EXPECT_NEAR(got[i].dts - shift, packets[i].dts, tol)
+                    << "stream " << index << " packet " << i;
             }
         }
     }

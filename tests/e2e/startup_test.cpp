@@ -18,7 +18,9 @@ const char kBanner[] =
     "==============================\n"
     "Kinefix (";
 
-std::string kinefix() { return kinefix_test::bin_dir() + "/kinefix"; }
+std::string kinefix() {
+    return kinefix_test::bin_dir() + "/kinefix";
+}
 
 // Every regular file below `root`, relative to it.
 std::set<std::string> files_below(const fs::path& root) {
@@ -33,7 +35,8 @@ std::string only_log_file(const fs::path& log_dir) {
     std::string found;
     for (const auto& e : fs::directory_iterator(log_dir)) {
         const std::string name = e.path().filename().string();
-        if (std::regex_match(name, std::regex(R"(Admin\d{4}-\d{2}-\d{2}\.log)"))) found = e.path().string();
+        if (std::regex_match(name, std::regex(R"(Admin\d{4}-\d{2}-\d{2}\.log)")))
+            found = e.path().string();
     }
     return found;
 }
@@ -63,9 +66,11 @@ TEST(StartupTest, TwoArgumentsPrintBannerAndEndOnly) {
     const fs::path base = home.path() / "state" / "kinefix";
     auto files = files_below(home.path());
     for (const auto& f : files)
-        EXPECT_TRUE(f.rfind("state/kinefix/conf/", 0) == 0 || f.rfind("state/kinefix/log/", 0) == 0) << f;
+        EXPECT_TRUE(f.rfind("state/kinefix/conf/", 0) == 0 || f.rfind("state/kinefix/log/", 0) == 0)
+            << f;
     EXPECT_EQ(files.size(), 2u);
-    EXPECT_NE(r.err.find("[Zephra] config dir = " + base.string() + "\n"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("[Zephra] config dir = " + base.string() + "\n"), std::string::npos)
+        << r.err;
 }
 
 TEST(StartupTest, FirstRunWritesDefaultsAndDoneLine) {
@@ -83,8 +88,9 @@ TEST(StartupTest, FirstRunWritesDefaultsAndDoneLine) {
     EXPECT_EQ(lines.back(), "") << "the logger ends its file with an empty line";
     lines.pop_back();
     EXPECT_EQ(lines[0].rfind("------------------------- ", 0), 0u);
-    EXPECT_TRUE(std::regex_match(lines.back(),
-                                 std::regex(R"(\d{4}-\d{2}:\d{2}:\d{2}\[E\]\[zp\] admin\.cpp [\d ]{4}: "Done!")")))
+    EXPECT_TRUE(std::regex_match(
+        lines.back(),
+        std::regex(R"(\d{4}-\d{2}:\d{2}:\d{2}\[E\]\[zp\] admin\.cpp [\d ]{4}: "Done!")")))
         << lines.back();
     // The start-up and shut-down messages keep their order.
     const std::string text = read_file(log_path);
@@ -94,7 +100,8 @@ TEST(StartupTest, FirstRunWritesDefaultsAndDoneLine) {
 
     // The start-up messages on standard error, in order.
     const auto init = r.err.find("\n[Admin] ::init @==@\n");
-    const auto hint = r.err.find("[Admin] zp::SetConfigLogDir(\"my-config-dir\") can redirect Config&Log dir\n");
+    const auto hint =
+        r.err.find("[Admin] zp::SetConfigLogDir(\"my-config-dir\") can redirect Config&Log dir\n");
     const auto ok = r.err.find("[Admin] ::init OK\n");
     ASSERT_NE(init, std::string::npos);
     ASSERT_NE(hint, std::string::npos);
@@ -115,7 +122,8 @@ TEST(StartupTest, LogStdoutSendsLinesToStandardOutput) {
     EXPECT_LT(r.out.find("End\n"), r.out.find("\"Done!\""));
     EXPECT_TRUE(only_log_file(home.path() / "state" / "kinefix" / "log").empty());
     // A complete file is left as it was.
-    EXPECT_EQ(read_file((conf / "Admin.conf").string()), "log.level : 2\nlog.stdout : true\nlog.tag : \n");
+    EXPECT_EQ(read_file((conf / "Admin.conf").string()),
+              "log.level : 2\nlog.stdout : true\nlog.tag : \n");
 }
 
 TEST(StartupTest, ReadOnlyCandidateIsPassedOver) {
@@ -125,8 +133,10 @@ TEST(StartupTest, ReadOnlyCandidateIsPassedOver) {
     fs::create_directories(state / "~test_writeable~.tmp");
     auto r = kinefix_test::run(kinefix(), {"a", "b"}, kinefix_test::isolated_env(home), home);
     EXPECT_EQ(r.exit_code, 0);
-    EXPECT_NE(r.err.find("[Zephra Error] no write access:  " + state.string()), std::string::npos) << r.err;
-    EXPECT_NE(r.err.find("[Zephra] config dir = " + (home.path() / "kinefix").string()), std::string::npos);
+    EXPECT_NE(r.err.find("[Zephra Error] no write access:  " + state.string()), std::string::npos)
+        << r.err;
+    EXPECT_NE(r.err.find("[Zephra] config dir = " + (home.path() / "kinefix").string()),
+              std::string::npos);
     EXPECT_TRUE(fs::exists(home.path() / "kinefix" / "conf" / "Admin.conf"));
 }
 
@@ -136,7 +146,8 @@ TEST(StartupTest, UnusableCandidateDirectoryIsReported) {
     kinefix_test::write_file(home / "state", "not a directory");
     auto r = kinefix_test::run(kinefix(), {"a", "b"}, kinefix_test::isolated_env(home), home);
     EXPECT_EQ(r.exit_code, 0);
-    EXPECT_NE(r.err.find("\n\n[Zephra Error] can't mkdir:  " + (home.path() / "state" / "kinefix").string() + "\n\n"),
+    EXPECT_NE(r.err.find("\n\n[Zephra Error] can't mkdir:  " +
+                         (home.path() / "state" / "kinefix").string() + "\n\n"),
               std::string::npos)
         << r.err;
     EXPECT_TRUE(fs::exists(home.path() / "kinefix" / "conf" / "Admin.conf"));

@@ -14,7 +14,9 @@ using kinefix_test::lines_of;
 using kinefix_test::read_file;
 using kinefix_test::TempDir;
 
-std::string kinefix() { return kinefix_test::bin_dir() + "/kinefix"; }
+std::string kinefix() {
+    return kinefix_test::bin_dir() + "/kinefix";
+}
 
 // Runs kinefix once with the given Admin.conf text (none when empty); returns the base dir.
 fs::path run_with_config(const TempDir& home, const std::string& conf) {

@@ -35,7 +35,8 @@ size_t Replay(const std::string& name, Target target) {
     const fs::path dir = fs::path(KINEFIX_FUZZ_CORPUS) / name;
     std::vector<fs::path> files;
     for (const auto& e : fs::directory_iterator(dir))
-        if (e.is_regular_file() && e.path().filename().string()[0] != '.') files.push_back(e.path());
+        if (e.is_regular_file() && e.path().filename().string()[0] != '.')
+            files.push_back(e.path());
     std::sort(files.begin(), files.end());
     for (const auto& f : files) {
         SCOPED_TRACE(f.string());
@@ -45,18 +46,32 @@ size_t Replay(const std::string& name, Target target) {
     return files.size();
 }
 
-TEST(FuzzCorpusReplay, ObjectText) { EXPECT_GT(Replay("object_text", object_text_fuzz_one), 0u); }
+TEST(FuzzCorpusReplay, ObjectText) {
+    EXPECT_GT(Replay("object_text", object_text_fuzz_one), 0u);
+}
 
 TEST(FuzzCorpusReplay, IndexThroughRepair) {
     index_fuzz_init(nullptr, nullptr);
     EXPECT_GT(Replay("index", index_fuzz_one), 0u);
 }
 
-TEST(FuzzCorpusReplay, PacketEntry) { EXPECT_GT(Replay("packet_entry", packet_entry_fuzz_one), 0u); }
-TEST(FuzzCorpusReplay, ValueRead) { EXPECT_GT(Replay("value_read", value_read_fuzz_one), 0u); }
-TEST(FuzzCorpusReplay, Cmdline) { EXPECT_GT(Replay("cmdline", cmdline_fuzz_one), 0u); }
-TEST(FuzzCorpusReplay, Config) { EXPECT_GT(Replay("config", config_fuzz_one), 0u); }
-TEST(FuzzCorpusReplay, Codec) { EXPECT_GT(Replay("codec", codec_fuzz_one), 0u); }
-TEST(FuzzCorpusReplay, RestoreText) { EXPECT_GT(Replay("restore_text", restore_text_fuzz_one), 0u); }
+TEST(FuzzCorpusReplay, PacketEntry) {
+    EXPECT_GT(Replay("packet_entry", packet_entry_fuzz_one), 0u);
+}
+TEST(FuzzCorpusReplay, ValueRead) {
+    EXPECT_GT(Replay("value_read", value_read_fuzz_one), 0u);
+}
+TEST(FuzzCorpusReplay, Cmdline) {
+    EXPECT_GT(Replay("cmdline", cmdline_fuzz_one), 0u);
+}
+TEST(FuzzCorpusReplay, Config) {
+    EXPECT_GT(Replay("config", config_fuzz_one), 0u);
+}
+TEST(FuzzCorpusReplay, Codec) {
+    EXPECT_GT(Replay("codec", codec_fuzz_one), 0u);
+}
+TEST(FuzzCorpusReplay, RestoreText) {
+    EXPECT_GT(Replay("restore_text", restore_text_fuzz_one), 0u);
+}
 
 }  // namespace

@@ -20,7 +20,9 @@ using Bytes = std::vector<uint8_t>;
 const Bytes kSps{0x67, 0x64, 0x00, 0x1f, 0xac, 0xd9, 0x40, 0x50};
 const Bytes kPps{0x68, 0xeb, 0xe3, 0xcb, 0x22, 0xc0};
 
-std::string base64(const Bytes& b) { return zp::Crypt::instance()->encode_bytes(b.data(), b.size()); }
+std::string base64(const Bytes& b) {
+    return zp::Crypt::instance()->encode_bytes(b.data(), b.size());
+}
 
 std::string annex_b_ev() {
     Bytes b{0, 0, 0, 1};
@@ -40,7 +42,8 @@ Bytes expected_record() {
 
 std::string video_line(const std::string& ev, int w = 1920) {
     return "{\"type\":\"video\",\"index\":0,\"codec\":\"h264\",\"format\":\"yuv420p\",\"tb.num\":1,"
-           "\"tb.den\":90000,\"w\":" + std::to_string(w) + ",\"h\":1080,\"ev\":\"" + ev + "\"}\n";
+           "\"tb.den\":90000,\"w\":" +
+           std::to_string(w) + ",\"h\":1080,\"ev\":\"" + ev + "\"}\n";
 }
 
 const std::string kAudioLine =
@@ -48,7 +51,7 @@ const std::string kAudioLine =
     "\"tb.den\":48000,\"channels\":2,\"sample_rate\":48000,\"frame_size\":1024,\"ev\":\"EZA=\"}\n";
 
 class MoovParserTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override { LogCapture::instance().clear(); }
     std::vector<std::string> errors() const { return LogCapture::instance().messages(2); }
     std::vector<std::string> debugs() const { return LogCapture::instance().messages(5); }
@@ -61,7 +64,8 @@ protected:
 };
 
 TEST_F(MoovParserTest, BothStreamsAndThePacketLines) {
-    const std::string header = "#version=2 written by a test\n" + video_line(annex_b_ev()) + kAudioLine;
+    const std::string header =
+        "#version=2 written by a test\n" + video_line(annex_b_ev()) + kAudioLine;
     const std::vector<std::string> packets = {"0,48,35210,0,0,3003,1;1,35258,682,0,0,1024,1;\n",
                                               "0,0,100,3003,0,3003,0;\n", "1,0,5,1024,0,0,0;"};
     const std::string text = header + packets[0] + packets[1] + packets[2];
@@ -98,8 +102,9 @@ TEST_F(MoovParserTest, BothStreamsAndThePacketLines) {
 
     const std::vector<std::string> d = debugs();
     ASSERT_EQ(d.size(), 1u);
-    EXPECT_EQ(d[0], "===> ext_result: 01,64,00,1f,ff,e1,00,08,67,64,00,1f,ac,d9,40,50,01,00,06,"
-                    "68,eb,e3,cb,22,c0,\n");
+    EXPECT_EQ(d[0],
+              "===> ext_result: 01,64,00,1f,ff,e1,00,08,67,64,00,1f,ac,d9,40,50,01,00,06,"
+              "68,eb,e3,cb,22,c0,\n");
 
     EXPECT_DOUBLE_EQ(parser.Progress(), 0.0);
     size_t offset = header.size();

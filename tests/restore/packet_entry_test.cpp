@@ -118,7 +118,8 @@ TEST(PacketEntryTest, UnknownVersionIsReportedNotRead) {
         const std::string line = "0,0,10,0,0,0,1;\n";
         const char* cursor = line.c_str();
         PacketEntry e;
-        EXPECT_EQ(ReadPacketEntry(version, &cursor, line.c_str() + line.size(), &e), EntryRead::kBadVersion);
+        EXPECT_EQ(ReadPacketEntry(version, &cursor, line.c_str() + line.size(), &e),
+                  EntryRead::kBadVersion);
     }
 }
 
@@ -129,7 +130,8 @@ TEST(PacketEntryTest, OutOfRangeNumbersSaturate) {
                                 "99999999999,99999999999999999999,4294967296,-99999999999999999999,"
                                 "9223372036854775807,-9223372036854775808,-4294967297;\n");
         ASSERT_EQ(w.entries.size(), 1u);
-        ExpectEntry(w.entries[0], INT_MAX, INT64_MAX, INT_MAX, INT64_MIN, INT64_MAX, INT64_MIN, INT_MIN);
+        ExpectEntry(w.entries[0], INT_MAX, INT64_MAX, INT_MAX, INT64_MIN, INT64_MAX, INT64_MIN,
+                    INT_MIN);
     }
 }
 

@@ -22,13 +22,15 @@ const char kAudioEv[] = "EZA=";
 std::string VideoDescription(int index) {
     return "{\"type\":\"video\",\"index\":" + std::to_string(index) +
            ",\"codec\":\"h264\",\"format\":\"yuv420p\",\"tb.num\":1,\"tb.den\":1000,\"w\":320,"
-           "\"h\":240,\"ev\":\"" + kVideoEv + "\"}\n";
+           "\"h\":240,\"ev\":\"" +
+           kVideoEv + "\"}\n";
 }
 
 std::string AudioDescription(int index) {
     return "{\"type\":\"audio\",\"index\":" + std::to_string(index) +
            ",\"codec\":\"aac\",\"format\":\"fltp\",\"tb.num\":1,\"tb.den\":48000,\"channels\":2,"
-           "\"sample_rate\":48000,\"frame_size\":1024,\"ev\":\"" + kAudioEv + "\"}\n";
+           "\"sample_rate\":48000,\"frame_size\":1024,\"ev\":\"" +
+           kAudioEv + "\"}\n";
 }
 
 std::string Pattern(size_t n) {
@@ -61,9 +63,10 @@ std::vector<ReadBack> ReadPackets(const std::string& path) {
     const AVRational ms = {1, 1000};
     while (av_read_frame(in, pkt) >= 0) {
         const AVRational tb = in->streams[pkt->stream_index]->time_base;
-        out.push_back({pkt->stream_index, av_rescale_q(pkt->pts, tb, ms), av_rescale_q(pkt->dts, tb, ms),
-                       av_rescale_q(pkt->duration, tb, ms),
-                       std::string(reinterpret_cast<const char*>(pkt->data), static_cast<size_t>(pkt->size))});
+        out.push_back({pkt->stream_index, av_rescale_q(pkt->pts, tb, ms),
+                       av_rescale_q(pkt->dts, tb, ms), av_rescale_q(pkt->duration, tb, ms),
+                       std::string(reinterpret_cast<const char*>(pkt->data),
+                                   static_cast<size_t>(pkt->size))});
         av_packet_unref(pkt);
     }
     av_packet_free(&pkt);
@@ -136,7 +139,8 @@ TEST(RepairEngineTest, PositionsSeekOrReadOnAndTheBufferOnlyGrows) {
                               "0,900,100,1024,0,0,1;\n"
                               "0,500,10,1024,0,0,1;\n";
     const auto all = ReadPackets(Repair(dir, data, index, "out.mkv"));
-    const std::pair<size_t, size_t> expected[] = {{100, 50}, {150, 20}, {10, 200}, {210, 5}, {900, 100}, {500, 10}};
+    const std::pair<size_t, size_t> expected[] = {{100, 50}, {150, 20},  {10, 200},
+                                                  {210, 5},  {900, 100}, {500, 10}};
     ASSERT_EQ(all.size(), 6u);
     for (size_t i = 0; i < 6; ++i)
         EXPECT_EQ(all[i].data, data.substr(expected[i].first, expected[i].second)) << i;
@@ -154,7 +158,8 @@ TEST(RepairEngineTest, PositionWhereTheLastReadEndedReadsOnAndIsStillLogged) {
                               "0,15,300,1024,,,1;\n"
                               "0,,40,1024,,,1;\n";
     const auto all = ReadPackets(Repair(dir, data, index, "out.mkv"));
-    const std::pair<size_t, size_t> expected[] = {{100, 50}, {150, 20}, {170, 30}, {10, 5}, {15, 300}, {315, 40}};
+    const std::pair<size_t, size_t> expected[] = {{100, 50}, {150, 20}, {170, 30},
+                                                  {10, 5},   {15, 300}, {315, 40}};
     ASSERT_EQ(all.size(), 6u);
     for (size_t i = 0; i < 6; ++i)
         EXPECT_EQ(all[i].data, data.substr(expected[i].first, expected[i].second)) << i;
@@ -182,7 +187,8 @@ TEST(RepairEngineTest, ShortReadTurnsTheRestOfTheIndexIntoIgnoredLines) {
 
 TEST(RepairEngineTest, NoFileIsWrittenWhenTheIndexIsUnusable) {
     TempDir dir;
-    const std::string output = Repair(dir, Pattern(10), "#version=2\nno descriptions\n", "out.mp4", false);
+    const std::string output =
+        Repair(dir, Pattern(10), "#version=2\nno descriptions\n", "out.mp4", false);
     EXPECT_FALSE(kinefix_test::fs::exists(output));
 }
 

@@ -50,8 +50,8 @@ inline void hand_to_nobody(const fs::path& root) {
     if (geteuid() != 0) return;
     if (lchown(root.c_str(), kNobody, kNobody) != 0) return;
     std::error_code ec;
-    for (auto it = fs::recursive_directory_iterator(root, ec); !ec && it != fs::recursive_directory_iterator();
-         it.increment(ec))
+    for (auto it = fs::recursive_directory_iterator(root, ec);
+         !ec && it != fs::recursive_directory_iterator(); it.increment(ec))
         if (lchown(it->path().c_str(), kNobody, kNobody) != 0) return;
 }
 
@@ -114,7 +114,8 @@ inline ChildResult run_child(const std::string& program, const std::vector<std::
             setrlimit(RLIMIT_AS, &lim);
         }
         if (options.unprivileged && geteuid() == 0) {
-            if (setgroups(0, nullptr) != 0 || setgid(kNobody) != 0 || setuid(kNobody) != 0) _exit(126);
+            if (setgroups(0, nullptr) != 0 || setgid(kNobody) != 0 || setuid(kNobody) != 0)
+                _exit(126);
         }
         execve(argv[0], argv.data(), envp.data());
         _exit(127);

@@ -20,7 +20,7 @@ struct LogLine {
 };
 
 class LogCapture {
-public:
+  public:
     // Starts the framework (HOME and the XDG folders in a temporary directory) on first use.
     static LogCapture& instance() {
         static LogCapture capture;
@@ -37,7 +37,7 @@ public:
         return out;
     }
 
-private:
+  private:
     LogCapture() : home_(std::make_unique<TempDir>()) {
         for (const auto& kv : isolated_env(*home_)) setenv(kv.first.c_str(), kv.second.c_str(), 1);
         static char arg0[] = "kinefix_test";

@@ -33,7 +33,8 @@ inline std::string make_recording(const std::string& path, const RecordingSpec& 
     const std::string t = std::to_string(spec.seconds);
     std::vector<std::string> args = {"-v", "error", "-y", "-nostdin"};
     if (spec.video)
-        args.insert(args.end(), {"-f", "lavfi", "-i", "testsrc=size=320x240:rate=25:duration=" + t});
+        args.insert(args.end(),
+                    {"-f", "lavfi", "-i", "testsrc=size=320x240:rate=25:duration=" + t});
     if (spec.audio)
         args.insert(args.end(),
                     {"-f", "lavfi", "-i", "sine=frequency=440:sample_rate=48000:duration=" + t});
@@ -58,8 +59,11 @@ inline Box find_top_box(const std::string& path, const std::string& type) {
     const std::string data = read_file(path);
     size_t pos = 0;
     while (pos + 8 <= data.size()) {
-        const auto byte = [&](size_t i) { return static_cast<uint64_t>(static_cast<uint8_t>(data[i])); };
-        uint64_t size = (byte(pos) << 24) | (byte(pos + 1) << 16) | (byte(pos + 2) << 8) | byte(pos + 3);
+        const auto byte = [&](size_t i) {
+            return static_cast<uint64_t>(static_cast<uint8_t>(data[i]));
+        };
+        uint64_t size =
+            (byte(pos) << 24) | (byte(pos + 1) << 16) | (byte(pos + 2) << 8) | byte(pos + 3);
         if (size == 1 && pos + 16 <= data.size()) {
             size = 0;
             for (size_t i = 0; i < 8; ++i) size = (size << 8) | byte(pos + 8 + i);
@@ -67,7 +71,8 @@ inline Box find_top_box(const std::string& path, const std::string& type) {
             size = data.size() - pos;
         }
         if (size < 8) break;
-        if (data.compare(pos + 4, 4, type) == 0) return {static_cast<int64_t>(pos), static_cast<int64_t>(size)};
+        if (data.compare(pos + 4, 4, type) == 0)
+            return {static_cast<int64_t>(pos), static_cast<int64_t>(size)};
         pos += size;
     }
     return {};
@@ -109,9 +114,10 @@ struct FrameReport {
 
 inline FrameReport frame_report(const std::string& path, const TempDir& scratch) {
     FrameReport rep;
-    const RunResult r = run("ffmpeg", {"-v", "error", "-nostdin", "-i", path, "-map", "0", "-c", "copy",
-                                       "-f", "framemd5", "-"},
-                            plain_env(scratch), scratch);
+    const RunResult r = run(
+        "ffmpeg",
+        {"-v", "error", "-nostdin", "-i", path, "-map", "0", "-c", "copy", "-f", "framemd5", "-"},
+        plain_env(scratch), scratch);
     rep.ok = r.exit_code == 0;
     rep.error = r.err;
     std::map<int, std::pair<long, long>> tb;
@@ -127,7 +133,8 @@ inline FrameReport frame_report(const std::string& path, const TempDir& scratch)
         long long dts = 0, pts = 0, dur = 0;
         long size = 0;
         char md5[64] = {0};
-        if (sscanf(line.c_str(), "%d, %lld, %lld, %lld, %ld, %32s", &s, &dts, &pts, &dur, &size, md5) != 6)
+        if (sscanf(line.c_str(), "%d, %lld, %lld, %lld, %ld, %32s", &s, &dts, &pts, &dur, &size,
+                   md5) != 6)
             continue;
         const double t = rep.tick.count(s) ? rep.tick[s] : 1.0;
         rep.streams[s].push_back({s, static_cast<double>(dts) * t, static_cast<double>(pts) * t,

@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 
 // A fresh directory under the system's temporary folder, removed with everything below it.
 class TempDir {
-public:
+  public:
     TempDir() {
         std::random_device rd;
         for (int attempt = 0; attempt < 100; ++attempt) {
@@ -42,7 +42,7 @@ public:
     std::string str() const { return path_.string(); }
     std::string operator/(const std::string& name) const { return (path_ / name).string(); }
 
-private:
+  private:
     fs::path path_;
 };
 

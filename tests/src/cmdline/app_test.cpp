@@ -37,7 +37,7 @@ std::string printed(zp::App& app) {
 
 // Start-up's process values, replaced for one test.
 class ProgramNames {
-public:
+  public:
     ProgramNames(const char* path, const char* dir, const char* name)
         : path_(zp::g_programPath), dir_(zp::g_programDir), name_(zp::g_programName) {
         zp::g_programPath = path;
@@ -50,7 +50,7 @@ public:
         zp::g_programName = name_;
     }
 
-private:
+  private:
     std::string path_, dir_, name_;
 };
 
@@ -161,11 +161,11 @@ TEST(App, SettersAreLoggedAtDebugLevel) {
     zp::ShutdownFramework();
     testing::internal::GetCapturedStderr();
 
-    EXPECT_EQ(lines, (std::vector<std::string>{
-                         "5|zp|[App] name=Kinefix\n", "5|zp|[App] display=KF\n",
-                         "5|zp|[App] version=1.1.0\n", "5|zp|[App] release=now\n",
-                         "5|zp|[App] organization=Tavrik\n", "5|zp|[App] describe=\n",
-                         "5|zp|[App] name=Again\n"}));
+    EXPECT_EQ(lines,
+              (std::vector<std::string>{"5|zp|[App] name=Kinefix\n", "5|zp|[App] display=KF\n",
+                                        "5|zp|[App] version=1.1.0\n", "5|zp|[App] release=now\n",
+                                        "5|zp|[App] organization=Tavrik\n",
+                                        "5|zp|[App] describe=\n", "5|zp|[App] name=Again\n"}));
 }
 
 }  // namespace

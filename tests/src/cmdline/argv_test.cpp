@@ -62,9 +62,9 @@ TEST(Argv, EveryKindRoundTripsThroughTheParser) {
     a.add("s", 's', "string", true, string_value(nullptr));
     def.set_bool(false);
     a.add("b", 'b', "bool", false, def);
-    ASSERT_TRUE(run(a, {"tool", "-i", "-7", "--u=4000000000", "--f", "2.5", "--d=-1e10",
-                        "--ll=-9000000000", "--ull", "18000000000000000000", "-s", "a b",
-                        "-b", "1"}));
+    ASSERT_TRUE(
+        run(a, {"tool", "-i", "-7", "--u=4000000000", "--f", "2.5", "--d=-1e10", "--ll=-9000000000",
+                "--ull", "18000000000000000000", "-s", "a b", "-b", "1"}));
 
     Value probe;
     probe.set_int(0);
@@ -166,7 +166,7 @@ TEST(Argv, ParseFailureAndUsage) {
     a.add("count", 'c', "repeat", false, int_value(3));
     EXPECT_FALSE(run(a, {"tool", "--count=x"}));
     EXPECT_EQ(a.errors(), (std::vector<std::string>{"option value is invalid: --count=x",
-                                                     "need option: --input"}));
+                                                    "need option: --input"}));
     EXPECT_EQ(a.usage(),
               "usage: tool --input=string [options] ... \noptions:\n"
               "      --input    input file (string)\n"

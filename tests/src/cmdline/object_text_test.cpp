@@ -7,12 +7,15 @@
 
 namespace {
 
-std::string get(const zp::ObjectText& obj, const char* key) { return obj.get_string(key, "<none>"); }
+std::string get(const zp::ObjectText& obj, const char* key) {
+    return obj.get_string(key, "<none>");
+}
 
 TEST(ObjectTextTest, ReadsAStreamDescriptionLine) {
     zp::ObjectText obj;
-    ASSERT_TRUE(obj.parse("{\"type\":\"video\",\"index\":0,\"codec\":\"h264\",\"tb.num\":1,"
-                          "\"tb.den\":90000,\"w\":1920,\"h\":-1080,\"ev\":\"Z0IAHpWo+A==\"}\n"));
+    ASSERT_TRUE(
+        obj.parse("{\"type\":\"video\",\"index\":0,\"codec\":\"h264\",\"tb.num\":1,"
+                  "\"tb.den\":90000,\"w\":1920,\"h\":-1080,\"ev\":\"Z0IAHpWo+A==\"}\n"));
     EXPECT_EQ(get(obj, "type"), "video");
     EXPECT_EQ(get(obj, "index"), "0");
     EXPECT_EQ(get(obj, "tb.num"), "1");
@@ -24,7 +27,8 @@ TEST(ObjectTextTest, ReadsAStreamDescriptionLine) {
 
 TEST(ObjectTextTest, WindowsPathsKeepBackslashesAndColons) {
     zp::ObjectText obj;
-    obj.parse(R"({"broken_file":"D:\v\a.mp4","moov_file":"C:\dir\file.idx","output_file":"\\srv\s\b.mp4"})");
+    obj.parse(
+        R"({"broken_file":"D:\v\a.mp4","moov_file":"C:\dir\file.idx","output_file":"\\srv\s\b.mp4"})");
     EXPECT_EQ(get(obj, "broken_file"), R"(D:\v\a.mp4)");
     EXPECT_EQ(get(obj, "moov_file"), R"(C:\dir\file.idx)");
     EXPECT_EQ(get(obj, "output_file"), R"(\\srv\s\b.mp4)");

@@ -47,8 +47,9 @@ TEST(ConfigTest, KeyOf511BytesIsAcceptedAnd512Refused) {
     const std::string longer(512, 'k');
     testing::internal::CaptureStderr();
     EXPECT_FALSE(c.set(longer.c_str(), "v"));
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "[zp::Config] ERROR, 'key' is too long (limit=511): strlen(key)=512, " + longer + "\n");
+    EXPECT_EQ(
+        testing::internal::GetCapturedStderr(),
+        "[zp::Config] ERROR, 'key' is too long (limit=511): strlen(key)=512, " + longer + "\n");
     EXPECT_FALSE(c.exists(longer.c_str()));
 }
 
@@ -74,7 +75,8 @@ TEST(ConfigTest, CacheTrimsToSeventyAfterAHundred) {
     EXPECT_EQ(c.cache_size(), 101u);
     testing::internal::CaptureStderr();
     const char* last = c.get_text("k");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "[zp::Config] : cache is full(n>100), reserve 70\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "[zp::Config] : cache is full(n>100), reserve 70\n");
     EXPECT_EQ(c.cache_size(), 71u);
     EXPECT_STREQ(last, "v");
 }

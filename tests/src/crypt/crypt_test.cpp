@@ -12,9 +12,13 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-Bytes bytes_of(const std::string& s) { return Bytes(s.begin(), s.end()); }
+Bytes bytes_of(const std::string& s) {
+    return Bytes(s.begin(), s.end());
+}
 
-zp::Crypt& crypt() { return *zp::Crypt::instance(); }
+zp::Crypt& crypt() {
+    return *zp::Crypt::instance();
+}
 
 TEST(CryptCodecTest, HexRoundTripIsLowerCase) {
     Bytes all(256);
@@ -65,8 +69,8 @@ TEST(CryptCodecTest, Base64AcceptsMissingPadding) {
 }
 
 TEST(CryptCodecTest, Base64RejectsWhatIsNotBase64) {
-    const char* junk[] = {"Zm9v!",   "Zm 9v",    "Zm9v\n",   "Zg=",  "Z",       "Z===",
-                          "Zg==Zg==", "Zm9v====", "-_-_",     "Zg=a", "=",       "é"};
+    const char* junk[] = {"Zm9v!",    "Zm 9v",    "Zm9v\n", "Zg=",  "Z", "Z===",
+                          "Zg==Zg==", "Zm9v====", "-_-_",   "Zg=a", "=", "é"};
     for (const char* text : junk) {
         Bytes out{7};
         EXPECT_FALSE(crypt().decode_text(text, &out)) << text;
@@ -118,14 +122,15 @@ TEST_P(ProtectTest, RoundTripsThroughUnitsTextAndHex) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Texts, ProtectTest,
-                         ::testing::Values(std::string(), std::string("https://kinefix.example.org"),
+                         ::testing::Values(std::string(),
+                                           std::string("https://kinefix.example.org"),
                                            std::string("无法打开moov文件: %s"),
                                            std::string("aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa"),
-                                           std::string("\0\x01\xff\n", 4),
-                                           std::string(5000, 'z')));
+                                           std::string("\0\x01\xff\n", 4), std::string(5000, 'z')));
 
 TEST(ProtectTextTest, RestoreLeavesClearTextsAlone) {
-    const char* clear[] = {"", R"({"broken_file":"a.mp4","moov_file":"a.idx","output_file":"b.mp4"})",
+    const char* clear[] = {"",
+                           R"({"broken_file":"a.mp4","moov_file":"a.idx","output_file":"b.mp4"})",
                            "ZPX", "zpx1~abc"};
     for (const char* text : clear) EXPECT_EQ(crypt().restore_text(text), text);
 }
@@ -199,8 +204,8 @@ TEST(SplitTest, MissingUnitsFail) {
 }
 
 Bytes avcc(const std::vector<Bytes>& spss, const std::vector<Bytes>& ppss) {
-    Bytes out{1, spss.empty() ? uint8_t(0) : spss[0][1], 0, 0x1f, 0xff,
-              static_cast<uint8_t>(0xe0 | spss.size())};
+    Bytes out{1,    spss.empty() ? uint8_t(0) : spss[0][1],  0, 0x1f,
+              0xff, static_cast<uint8_t>(0xe0 | spss.size())};
     for (const Bytes& s : spss) {
         out.push_back(static_cast<uint8_t>(s.size() >> 8));
         out.push_back(static_cast<uint8_t>(s.size()));

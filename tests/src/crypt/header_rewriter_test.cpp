@@ -12,10 +12,10 @@
 
 namespace {
 
-using kinefix_test::fs::exists;
 using kinefix_test::read_file;
 using kinefix_test::TempDir;
 using kinefix_test::write_file;
+using kinefix_test::fs::exists;
 
 const char kHeader[] =
     "#pragma once\n"
@@ -91,7 +91,8 @@ TEST(HeaderRewriterTest, MacrosBecomeArraysThatRestoreTheirTexts) {
                        "const static uint16_t s_PLAIN[] = {"),
               std::string::npos);
     EXPECT_NE(out.find("#define PLAIN ZpTrDe(s_PLAIN)  // the maker\n\n"), std::string::npos);
-    EXPECT_NE(out.find("#define SLASHES ZpTrDe(s_SLASHES) // not the comment\n"), std::string::npos);
+    EXPECT_NE(out.find("#define SLASHES ZpTrDe(s_SLASHES) // not the comment\n"),
+              std::string::npos);
     EXPECT_NE(out.find("  #  define INDENTED ZpTrDe(s_INDENTED)\n"), std::string::npos);
     EXPECT_EQ(out.find("#define PLAIN \""), std::string::npos);
     // A text ending in a backslash must not splice the array into its comment.

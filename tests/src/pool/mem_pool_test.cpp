@@ -17,7 +17,7 @@ using zp::Mem_Pool;
 
 // A pool with its trace stream in a temporary file.
 class TracedPool {
-public:
+  public:
     explicit TracedPool(size_t size) : log_(tmpfile()), pool_(new Mem_Pool(size, nullptr)) {
         pool_->set_log(log_);
     }
@@ -47,7 +47,7 @@ public:
         return n;
     }
 
-private:
+  private:
     FILE* log_;
     std::unique_ptr<Mem_Pool> pool_;
 };

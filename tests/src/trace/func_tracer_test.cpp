@@ -25,7 +25,7 @@ using zp::ScopeTrace;
 
 // A tracer writing to a temporary stream.
 class StreamTracer {
-public:
+  public:
     StreamTracer() : stream_(tmpfile()), tracer_("", "Test", nullptr) {
         zp::Utils::instance();  // created once, before any thread shares it
         tracer_.set_stream(stream_);
@@ -47,7 +47,7 @@ public:
         return out;
     }
 
-private:
+  private:
     FILE* stream_;
     Func_Tracer tracer_;
 };

@@ -51,7 +51,7 @@ TEST(UtilsPaths, PiecesTreatBothSeparatorsAlike) {
 }
 
 class UtilsFs : public testing::Test {
-protected:
+  protected:
     // root/{f1, sub/{g1, deeper/{h1}}}
     void make_tree() {
         fs::create_directories(dir / "sub/deeper");
@@ -137,7 +137,8 @@ TEST_F(UtilsFs, RemoveTreeTakesNestedDirectories) {
 TEST_F(UtilsFs, RemoveTreeReportsEntriesItCouldNotDelete) {
     // Files of the process information tree resist deletion even for the superuser.
     const std::string proc = "/proc/self/fdinfo";
-    if (zp::sys::native_separator() != '/' || !fs::is_directory(proc)) GTEST_SKIP() << "no /proc here";
+    if (zp::sys::native_separator() != '/' || !fs::is_directory(proc))
+        GTEST_SKIP() << "no /proc here";
     EXPECT_FALSE(u.remove_tree(proc.c_str()));
     EXPECT_TRUE(fs::is_directory(proc));
 }
@@ -157,7 +158,7 @@ TEST_F(UtilsFs, RemoveTreeDeletesLinksNotWhatTheyPointAt) {
 TEST_F(UtilsFs, DirectoryCreationAndRemoval) {
     const std::string a = dir / "a";
     EXPECT_TRUE(u.make_dir(a.c_str()));
-    EXPECT_TRUE(u.make_dir(a.c_str()));  // already there
+    EXPECT_TRUE(u.make_dir(a.c_str()));                 // already there
     EXPECT_FALSE(u.make_dir((dir / "x/y/z").c_str()));  // one level only
     EXPECT_TRUE(zp::make_dirs((dir / "x/y/z").c_str()));
     EXPECT_TRUE(u.is_dir((dir / "x/y/z").c_str()));
@@ -170,7 +171,7 @@ TEST_F(UtilsFs, DirectoryCreationAndRemoval) {
     EXPECT_EQ(errno, ENOENT);
     EXPECT_FALSE(u.is_dir(""));
     EXPECT_TRUE(u.remove_dir((dir / "missing").c_str()));  // missing counts as removed
-    EXPECT_FALSE(u.remove_dir((dir / "x").c_str()));        // not empty
+    EXPECT_FALSE(u.remove_dir((dir / "x").c_str()));       // not empty
     EXPECT_TRUE(u.remove_dir((dir / "x/y/z").c_str()));
     EXPECT_FALSE(fs::exists(dir / "x/y/z"));
 }
@@ -195,7 +196,8 @@ TEST_F(UtilsFs, StatAndItsFallbacks) {
     const std::string missing = dir / "missing.bin";
     testing::internal::CaptureStderr();
     st = u.file_stat(missing.c_str());
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "zp: [Error] _wstat64(..) < 0, path=" + missing + "\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "zp: [Error] _wstat64(..) < 0, path=" + missing + "\n");
     EXPECT_EQ(st.size, 0);
     EXPECT_EQ(st.ino, 0u);
     testing::internal::CaptureStderr();

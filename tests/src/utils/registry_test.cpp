@@ -16,7 +16,7 @@ using utils_test::ScratchDir;
 #ifndef _WIN32
 
 class Registry : public testing::Test {
-protected:
+  protected:
     Registry() : home_("HOME", dir.str().c_str()), config_("XDG_CONFIG_HOME", nullptr) {}
 
     // Runs op with standard error captured; returns what it printed.
@@ -77,16 +77,19 @@ TEST_F(Registry, LongValuesAreCutAtACharacterBoundary) {
 
 TEST_F(Registry, FailureMessages) {
     buf[0] = 'x';
-    std::string err = err_of([this] { EXPECT_EQ(zp::reg_get("Software\\Nope", "k", buf, sizeof buf), -1); });
+    std::string err =
+        err_of([this] { EXPECT_EQ(zp::reg_get("Software\\Nope", "k", buf, sizeof buf), -1); });
     EXPECT_EQ(err, "[zp] Error: RegOpenKeyExA() can't open path='Software\\Nope'\n");
     EXPECT_EQ(buf[0], '\0');
 
     ASSERT_EQ(zp::reg_set("Software\\Org\\App", "present", "1"), 0);
-    err = err_of([this] { EXPECT_EQ(zp::reg_get("Software\\Org\\App", "absent", buf, sizeof buf), -1); });
+    err = err_of(
+        [this] { EXPECT_EQ(zp::reg_get("Software\\Org\\App", "absent", buf, sizeof buf), -1); });
     EXPECT_EQ(err, "[zp] Error: RegQueryValueExA() can't read key='absent'\n");
 
     err = err_of([] { EXPECT_EQ(zp::reg_delete("Software\\Nope", "k"), -1); });
-    EXPECT_EQ(err, "[zp] Error: RegOpenKeyExA() can't open path='Software\\Nope'  for delete key='k'\n");
+    EXPECT_EQ(err,
+              "[zp] Error: RegOpenKeyExA() can't open path='Software\\Nope'  for delete key='k'\n");
     err = err_of([] { EXPECT_EQ(zp::reg_delete("Software\\Org\\App", "absent"), -1); });
     EXPECT_EQ(err, "[zp] Error: RegDeleteValueA() can't delete key='absent'\n");
 
@@ -101,7 +104,8 @@ TEST_F(Registry, FailureMessages) {
 }
 
 TEST_F(Registry, PathsStayInsideTheRegistry) {
-    std::string err = err_of([] { EXPECT_EQ(zp::reg_set("Software\\..\\..\\escape", "k", "v"), -1); });
+    std::string err =
+        err_of([] { EXPECT_EQ(zp::reg_set("Software\\..\\..\\escape", "k", "v"), -1); });
     EXPECT_EQ(err, "[zp] Error: RegCreateKeyExA() can't create path='Software\\..\\..\\escape'");
     EXPECT_FALSE(fs::exists(dir / ".config/escape"));
     err = err_of([] { EXPECT_EQ(zp::reg_set("Software\\Org", "..", "v"), -1); });

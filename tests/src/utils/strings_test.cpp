@@ -10,7 +10,7 @@
 namespace {
 
 class UtilsStrings : public testing::Test {
-protected:
+  protected:
     // Runs an in-place operation on a writable copy and returns the resulting text.
     template <typename Op>
     std::string inplace(const std::string& s, Op op) {

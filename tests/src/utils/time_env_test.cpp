@@ -87,9 +87,9 @@ TEST(UtilsEnv, PointerText) {
         const char* text;
         uintptr_t value;
     };
-    const Case cases[] = {{"0x12ab", 0x12AB}, {"0X00FF", 0xFF}, {"FFFFFFFFFFFFFFFF", UINTPTR_MAX},
-                          {"zz", 0},          {"", 0},          {"0x", 0},
-                          {"12 ", 0},         {"00000000000000001", 0}};
+    const Case cases[] = {
+        {"0x12ab", 0x12AB}, {"0X00FF", 0xFF}, {"FFFFFFFFFFFFFFFF", UINTPTR_MAX}, {"zz", 0}, {"", 0},
+        {"0x", 0},          {"12 ", 0},       {"00000000000000001", 0}};
     for (const Case& c : cases) {
         u.set_env("ZP_UTILS_TEST_PTR", c.text);
         back = reinterpret_cast<void*>(1);
@@ -147,9 +147,9 @@ TEST(UtilsProcess, ShowInFolderOpensTheDirectoryDetached) {
     utils_test::ScratchDir dir;
     // A stand-in opener that records what it was asked to open.
     const std::string record = dir / "opened";
-    utils_test::write_text(dir / "xdg-open",
-                           "#!/bin/sh\nprintf '%s' \"$1\" > '" + record + ".tmp' && mv '" + record + ".tmp' '" +
-                               record + "'\n");
+    utils_test::write_text(dir / "xdg-open", "#!/bin/sh\nprintf '%s' \"$1\" > '" + record +
+                                                 ".tmp' && mv '" + record + ".tmp' '" + record +
+                                                 "'\n");
     std::filesystem::permissions(dir / "xdg-open", std::filesystem::perms::owner_all);
     const char* path_var = getenv("PATH");
     ScopedEnv path("PATH", (dir.str() + ":" + (path_var ? path_var : "/usr/bin:/bin")).c_str());

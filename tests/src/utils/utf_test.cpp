@@ -18,7 +18,8 @@ TEST(Utf, KnownSequencesInBothDirections) {
     EXPECT_EQ(utf8_to_utf16(utf8), utf16);
     EXPECT_EQ(utf16_to_utf8(utf16), utf8);
     // Boundaries of each encoded length.
-    EXPECT_EQ(utf8_to_utf16("\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF\xF0\x90\x80\x80\xF4\x8F\xBF\xBF"),
+    EXPECT_EQ(utf8_to_utf16(
+                  "\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF\xF0\x90\x80\x80\xF4\x8F\xBF\xBF"),
               (std::u16string{0x7F, 0x80, 0x7FF, 0x800, 0xFFFF, 0xD800, 0xDC00, 0xDBFF, 0xDFFF}));
     EXPECT_EQ(utf8_to_utf16(std::string("a\0b", 3)), (std::u16string{u'a', 0, u'b'}));
 }
@@ -46,30 +47,38 @@ TEST(Utf, MalformedUtf8BecomesReplacementCharacters) {
         std::u16string out;
     };
     const Case cases[] = {
-        {"\xC3", {kFFFD}},                               // truncated at the very end
-        {"\xE4\xB8", {kFFFD}},                           // one replacement per maximal subpart
+        {"\xC3", {kFFFD}},      // truncated at the very end
+        {"\xE4\xB8", {kFFFD}},  // one replacement per maximal subpart
         {"\xF0\x9F\x98", {kFFFD}},
-        {"\xF0\x9F\x98" "A", {kFFFD, u'A'}},             // the byte that broke it is kept
+        {"\xF0\x9F\x98"
+         "A",
+         {kFFFD, u'A'}},  // the byte that broke it is kept
         {"\xFF\xFE", {kFFFD, kFFFD}},
-        {"\x80", {kFFFD}},                               // stray continuation byte
-        {"\xC0\xAF", {kFFFD, kFFFD}},                    // overlong '/'
-        {"\xE0\x80\xAF", {kFFFD, kFFFD, kFFFD}},         // overlong three-byte form
-        {"\xED\xA0\x80", {kFFFD, kFFFD, kFFFD}},         // encoded surrogate
+        {"\x80", {kFFFD}},                                   // stray continuation byte
+        {"\xC0\xAF", {kFFFD, kFFFD}},                        // overlong '/'
+        {"\xE0\x80\xAF", {kFFFD, kFFFD, kFFFD}},             // overlong three-byte form
+        {"\xED\xA0\x80", {kFFFD, kFFFD, kFFFD}},             // encoded surrogate
         {"\xF4\x90\x80\x80", {kFFFD, kFFFD, kFFFD, kFFFD}},  // above U+10FFFF
         {"a\xC3(b", {u'a', kFFFD, u'(', u'b'}},
     };
-    for (const Case& c : cases) EXPECT_EQ(utf8_to_utf16(c.in), c.out) << testing::PrintToString(c.in);
+    for (const Case& c : cases)
+        EXPECT_EQ(utf8_to_utf16(c.in), c.out) << testing::PrintToString(c.in);
 }
 
 TEST(Utf, UnpairedSurrogatesBecomeReplacementCharacters) {
     EXPECT_EQ(utf16_to_utf8(std::u16string{0xD800}), "\xEF\xBF\xBD");
-    EXPECT_EQ(utf16_to_utf8(std::u16string{0xDC00, u'a'}), "\xEF\xBF\xBD" "a");
-    EXPECT_EQ(utf16_to_utf8(std::u16string{0xD83D, 0xD83D, 0xDE00}), "\xEF\xBF\xBD\xF0\x9F\x98\x80");
+    EXPECT_EQ(utf16_to_utf8(std::u16string{0xDC00, u'a'}),
+              "\xEF\xBF\xBD"
+              "a");
+    EXPECT_EQ(utf16_to_utf8(std::u16string{0xD83D, 0xD83D, 0xDE00}),
+              "\xEF\xBF\xBD\xF0\x9F\x98\x80");
     EXPECT_EQ(utf16_to_utf8(std::u16string{0xDE00, 0xD83D}), "\xEF\xBF\xBD\xEF\xBF\xBD");
 }
 
 TEST(Utf, PrefixNeverEndsInsideACharacter) {
-    const std::string s = "ab\xE4\xB8\xAD" "c";  // a b U+4E2D c
+    const std::string s =
+        "ab\xE4\xB8\xAD"
+        "c";  // a b U+4E2D c
     EXPECT_EQ(zp::utf8_prefix_length(s, 2), 2u);
     EXPECT_EQ(zp::utf8_prefix_length(s, 3), 2u);
     EXPECT_EQ(zp::utf8_prefix_length(s, 4), 2u);

@@ -14,7 +14,7 @@ namespace fs = std::filesystem;
 
 // A fresh directory under the system's temporary folder, removed with everything below it.
 class ScratchDir {
-public:
+  public:
     ScratchDir() {
         std::random_device rd;
         for (int attempt = 0; attempt < 100 && path_.empty(); ++attempt) {
@@ -33,7 +33,7 @@ public:
     std::string str() const { return path_.string(); }
     std::string operator/(const std::string& name) const { return (path_ / name).string(); }
 
-private:
+  private:
     fs::path path_;
 };
 
@@ -50,7 +50,7 @@ inline void set_var(const std::string& name, const char* value) {
 
 // Sets (or with null removes) a variable for the scope, then puts the old state back.
 class ScopedEnv {
-public:
+  public:
     ScopedEnv(const char* name, const char* value) : name_(name) {
         const char* old = getenv(name);
         had_ = old != nullptr;
@@ -61,7 +61,7 @@ public:
     ScopedEnv(const ScopedEnv&) = delete;
     ScopedEnv& operator=(const ScopedEnv&) = delete;
 
-private:
+  private:
     std::string name_;
     std::string old_;
     bool had_ = false;

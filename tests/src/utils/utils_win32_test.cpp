@@ -18,7 +18,9 @@ namespace {
 using utils_test::ScopedEnv;
 using utils_test::ScratchDir;
 
-zp::Utils* U() { return zp::Utils::instance(); }
+zp::Utils* U() {
+    return zp::Utils::instance();
+}
 
 // A name with non-ASCII characters that the current ANSI code page can spell, in UTF-8 and in
 // that code page's bytes.
@@ -59,7 +61,9 @@ bool write_all(const std::string& path, const std::string& data) {
 }
 
 // Plain concatenation: std::filesystem would re-encode an ANSI spelling.
-std::string in(const ScratchDir& dir, const std::string& name) { return dir.str() + "\\" + name; }
+std::string in(const ScratchDir& dir, const std::string& name) {
+    return dir.str() + "\\" + name;
+}
 
 std::wstring wide_of(const std::string& utf8) {
     const std::u16string w = U()->to_wide(utf8);
@@ -88,7 +92,8 @@ TEST(Win32Files, BothSpellingsReachOneFile) {
     ScratchDir scratch;
     const std::string dir = in(scratch, name.utf8);
     ASSERT_TRUE(U()->make_dir(dir.c_str()));
-    EXPECT_NE(GetFileAttributesW(wide_of(dir).c_str()), INVALID_FILE_ATTRIBUTES) << "made under its UTF-8 name";
+    EXPECT_NE(GetFileAttributesW(wide_of(dir).c_str()), INVALID_FILE_ATTRIBUTES)
+        << "made under its UTF-8 name";
 
     const std::string utf8 = dir + "\\" + name.utf8 + ".bin";
     const std::string ansi = in(scratch, name.ansi) + "\\" + name.ansi + ".bin";
@@ -127,7 +132,8 @@ TEST(Win32Files, WritabilityProbeInANonAsciiDirectory) {
     const std::string dir = in(scratch, std::string("w ") + kEmoji);
     ASSERT_TRUE(U()->make_dir(dir.c_str()));
     EXPECT_TRUE(U()->is_dir_writable(dir.c_str(), "~test_writeable~.tmp"));
-    EXPECT_EQ(GetFileAttributesW(wide_of(dir + "\\~test_writeable~.tmp").c_str()), INVALID_FILE_ATTRIBUTES)
+    EXPECT_EQ(GetFileAttributesW(wide_of(dir + "\\~test_writeable~.tmp").c_str()),
+              INVALID_FILE_ATTRIBUTES)
         << "the probe file is removed again";
     EXPECT_FALSE(U()->is_dir_writable((dir + "\\missing").c_str(), "~test_writeable~.tmp"));
 }
@@ -206,7 +212,7 @@ TEST(Win32Dirs, HomeAndAppDataAreNormalisedAsTheyStand) {
 }
 
 class Win32Registry : public testing::Test {
-protected:
+  protected:
     Win32Registry() : key_("Software\\KinefixTest\\" + U()->random_string(12)) {}
     ~Win32Registry() override { RegDeleteTreeW(HKEY_CURRENT_USER, wide_of(key_).c_str()); }
 
@@ -221,18 +227,20 @@ protected:
     char buf[64] = {};
 };
 
-const char kName[] = "\xE6\x9C\x80\xE8\xBF\x91";                             // 最近
+const char kName[] = "\xE6\x9C\x80\xE8\xBF\x91";                       // 最近
 const char kValue[] = "D:\\\xE8\xA7\x86\xE9\xA2\x91\\a \xC3\xA9.mp4";  // D:\视频\a é.mp4
 
 TEST_F(Win32Registry, ValuesAreUtf16StringsUnderTheCurrentUser) {
     ASSERT_EQ(zp::reg_set(key_.c_str(), kName, kValue), 0);
 
     HKEY key = nullptr;
-    ASSERT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, wide_of(key_).c_str(), 0, KEY_READ, &key), ERROR_SUCCESS);
+    ASSERT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, wide_of(key_).c_str(), 0, KEY_READ, &key),
+              ERROR_SUCCESS);
     wchar_t data[64] = {};
     DWORD bytes = sizeof data;
     DWORD type = 0;
-    const LONG rc = RegQueryValueExW(key, wide_of(kName).c_str(), nullptr, &type, reinterpret_cast<BYTE*>(data), &bytes);
+    const LONG rc = RegQueryValueExW(key, wide_of(kName).c_str(), nullptr, &type,
+                                     reinterpret_cast<BYTE*>(data), &bytes);
     RegCloseKey(key);
     ASSERT_EQ(rc, ERROR_SUCCESS);
     EXPECT_EQ(type, static_cast<DWORD>(REG_SZ));
@@ -266,8 +274,9 @@ TEST_F(Win32Registry, DeleteAndTheFailureLines) {
     EXPECT_EQ(err_of([&] { rc = zp::reg_get(missing.c_str(), "x", buf, sizeof buf); }),
               "[zp] Error: RegOpenKeyExA() can't open path='" + missing + "'\n");
     EXPECT_NE(rc, 0);
-    EXPECT_EQ(err_of([&] { rc = zp::reg_delete(missing.c_str(), "x"); }),
-              "[zp] Error: RegOpenKeyExA() can't open path='" + missing + "'  for delete key='x'\n");
+    EXPECT_EQ(
+        err_of([&] { rc = zp::reg_delete(missing.c_str(), "x"); }),
+        "[zp] Error: RegOpenKeyExA() can't open path='" + missing + "'  for delete key='x'\n");
     EXPECT_NE(rc, 0);
 }
 

@@ -88,8 +88,8 @@ TEST(ValueWrite, PointerWithSizeWritesAddressAndLength) {
     Value v;
     v.set_ptr_size(block, 8);
     std::string expected =
-        "[ptr]" + std::to_string(static_cast<unsigned long long>(
-                      reinterpret_cast<uintptr_t>(block))) + ",8";
+        "[ptr]" +
+        std::to_string(static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(block))) + ",8";
     EXPECT_EQ(v.write(), expected);
 }
 
@@ -144,9 +144,9 @@ TEST(ValueRead, PointerAcceptsBothHexForms) {
 }
 
 TEST(ValueRead, ShortAndMalformedTextsStayNull) {
-    const char* nulls[] = {nullptr, "", "[i]", "[i]x", "abc", "[i]  ", "no bracket here",
-                           "[zz]1", "[]123", "<null>]", "[lld]x", "[llu]", "[ptr]12",
-                           "[ptr]x,1", "[d]--", "[f]e", "[u]+", "[I]5"};
+    const char* nulls[] = {nullptr,           "",         "[i]",   "[i]x",    "abc",    "[i]  ",
+                           "no bracket here", "[zz]1",    "[]123", "<null>]", "[lld]x", "[llu]",
+                           "[ptr]12",         "[ptr]x,1", "[d]--", "[f]e",    "[u]+",   "[I]5"};
     for (const char* t : nulls) {
         SCOPED_TRACE(t ? t : "(null)");
         Value v = read_text(t);
@@ -226,14 +226,12 @@ TEST(ValueRead, ErrorReadBackIsAsymmetric) {
         int code;
         const char* payload;
     } cases[] = {
-        {"[err:3]5", 5, "<absent>"},         // no comma: code only
-        {"[err:2]5,abc", 5, "<absent>"},     // count 2 - 2 = 0
-        {"[err:3]5,abc", 5, "a"},
-        {"[err:50]12,abc", 12, "abc"},       // capped by the text
-        {"[err]5,abc", 5, "5,abc"},          // no length: all of it, code included
-        {"[err]5,", 5, "<absent>"},          // ... but only when text follows the comma
-        {"[err:-4]7,z", 7, "7,z"},
-        {"[err:9]x,abcdefgh", 0, "abcdefg"},  // code unreadable
+        {"[err:3]5", 5, "<absent>"},                                     // no comma: code only
+        {"[err:2]5,abc", 5, "<absent>"},                                 // count 2 - 2 = 0
+        {"[err:3]5,abc", 5, "a"},        {"[err:50]12,abc", 12, "abc"},  // capped by the text
+        {"[err]5,abc", 5, "5,abc"},  // no length: all of it, code included
+        {"[err]5,", 5, "<absent>"},  // ... but only when text follows the comma
+        {"[err:-4]7,z", 7, "7,z"},       {"[err:9]x,abcdefgh", 0, "abcdefg"},  // code unreadable
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.text);
