@@ -55,13 +55,17 @@ else
 fi
 
 # Clean slate for one timed run: no earlier output, nothing dirty, inputs cold (or all warm).
+# The recordings are read once before the cache is dropped, so that every run finds the same
+# amount of recently used free memory: a virtual machine's host takes idle free memory back,
+# and the first touch of such a page is slow, which would favour whichever tool happened to
+# run right after a big one.
 prepare() {
   rm -f "$out"/*
   sync
+  cat "$damaged" "$intact" "$@" >/dev/null
   if [ "$cold" = 1 ]; then
+    sync
     echo 3 >/proc/sys/vm/drop_caches
-  else
-    cat "$@" >/dev/null
   fi
 }
 
