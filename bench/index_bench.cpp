@@ -23,12 +23,15 @@ constexpr int kEntries = 200000;
 
 std::string Header(int version) {
     // A real SPS/PPS pair (Annex B), so the parser's AVC record building runs as in a repair.
-    const std::vector<uint8_t> ev{0, 0, 0, 1, 0x67, 0x4d, 0x40, 0x29, 0xec, 0xa0, 0x3c, 0x01,
-                                  0x13, 0xf2, 0xe0, 0x22, 0, 0, 0, 1, 0x68, 0xce, 0x3c, 0x80};
+    const std::vector<uint8_t> ev{0,    0,    0,    1,    0x67, 0x4d, 0x40, 0x29,
+                                  0xec, 0xa0, 0x3c, 0x01, 0x13, 0xf2, 0xe0, 0x22,
+                                  0,    0,    0,    1,    0x68, 0xce, 0x3c, 0x80};
     const std::string ev_text = zp::Crypt::instance()->encode_bytes(ev.data(), ev.size());
     return "#version=" + std::to_string(version) +
            "\n{\"type\":\"video\",\"index\":0,\"codec\":\"h264\",\"format\":\"yuv420p\","
-           "\"tb.num\":1,\"tb.den\":90000,\"w\":1920,\"h\":1080,\"ev\":\"" + ev_text + "\"}\n"
+           "\"tb.num\":1,\"tb.den\":90000,\"w\":1920,\"h\":1080,\"ev\":\"" +
+           ev_text +
+           "\"}\n"
            "{\"type\":\"audio\",\"index\":1,\"codec\":\"aac\",\"format\":\"fltp\",\"tb.num\":1,"
            "\"tb.den\":48000,\"channels\":2,\"sample_rate\":48000,\"frame_size\":1024,"
            "\"ev\":\"EZA=\"}\n";
@@ -56,10 +59,10 @@ std::string Entry(int version, std::mt19937* rng, int n) {
 
 // One index file per version and line length, written once into the temporary folder.
 class IndexFile {
-public:
+  public:
     IndexFile(int version, int per_line) {
-        path_ = (fs::temp_directory_path() /
-                 ("kinefix-bench-v" + std::to_string(version) + "x" + std::to_string(per_line) + ".idx"))
+        path_ = (fs::temp_directory_path() / ("kinefix-bench-v" + std::to_string(version) + "x" +
+                                              std::to_string(per_line) + ".idx"))
                     .string();
         std::ofstream out(path_, std::ios::binary | std::ios::trunc);
         out << Header(version);
@@ -75,7 +78,7 @@ public:
     }
     const std::string& path() const { return path_; }
 
-private:
+  private:
     std::string path_;
 };
 
