@@ -9,7 +9,7 @@ mode="${1:-}"
 bash scripts/install_deps.sh
 
 build=build
-flags=(-DCMAKE_BUILD_TYPE=RelWithDebInfo)
+flags=(-DCMAKE_BUILD_TYPE=RelWithDebInfo -DKINEFIX_BENCH=ON)
 if [ "$mode" = "--sanitize" ]; then
   build=build-asan
   flags=(-DCMAKE_BUILD_TYPE=Debug -DKINEFIX_SANITIZE=ON)
