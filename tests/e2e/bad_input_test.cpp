@@ -133,9 +133,9 @@ struct Case {
     bool log_on_stdout = false;
     // A recording of its own, for rows that need more media than the shared one holds.
     void record(double seconds) {
-        RecordingSpec spec;
-        spec.seconds = seconds;
-        const std::string error = make_recording(broken, spec, dir);
+        RecordingPlan plan;
+        plan.seconds = seconds;
+        const std::string error = make_recording(broken, plan, dir);
         ASSERT_TRUE(error.empty()) << error;
         const RunResult r =
             run(bin_dir() + "/kinefix-index", {broken, index}, isolated_env(dir), dir);
@@ -387,9 +387,9 @@ class BadInputTest : public ::testing::TestWithParam<BadInput> {
         if (g_rec) return;
         g_rec = new Recording;
         g_rec->media = g_rec->dir / "recording.mp4";
-        RecordingSpec spec;
-        spec.seconds = 4.0;  // past 64 KiB of media: the full-disk row needs two buffer flushes
-        const std::string error = make_recording(g_rec->media, spec, g_rec->dir);
+        RecordingPlan plan;
+        plan.seconds = 4.0;  // past 64 KiB of media: the full-disk row needs two buffer flushes
+        const std::string error = make_recording(g_rec->media, plan, g_rec->dir);
         ASSERT_TRUE(error.empty()) << error;
         const std::string index = g_rec->dir / "recording.idx";
         const RunResult r = run(bin_dir() + "/kinefix-index", {g_rec->media, index},

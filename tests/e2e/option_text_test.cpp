@@ -46,8 +46,8 @@ TEST_P(OptionTextRepairTest, RepairsFromProtectedAndClearTexts) {
     const bool protected_text = GetParam();
     Workspace ws;
     const std::string index = ws / "索引 file.idx";
-    RecordingSpec spec;
-    const std::string broken = ws.damaged_recording("录像 a.mp4", spec, {}, index);
+    RecordingPlan plan;
+    const std::string broken = ws.damaged_recording("录像 a.mp4", plan, {}, index);
     ASSERT_FALSE(broken.empty());
     const FrameReport original = frame_report(broken, ws.dir());
     ASSERT_TRUE(destroy_moov(broken));

@@ -231,7 +231,7 @@ TEST(IndexToolTest, OtherContainersIndexToTheBytesOfEachPacket) {
         SCOPED_TRACE(ext);
         Workspace ws;
         const std::string source = ws / ("source" + ext);
-        ASSERT_EQ(make_recording(source, RecordingSpec(), ws.dir()), "");
+        ASSERT_EQ(make_recording(source, RecordingPlan(), ws.dir()), "");
         ASSERT_EQ(ws.index({source, ws / "source.idx"}).exit_code, 0);
         const RunResult r = ws.kinefix({source, ws / "source.idx", ws / "out.mp4"});
         ASSERT_EQ(r.exit_code, 0);

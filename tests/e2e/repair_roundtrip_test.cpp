@@ -13,7 +13,7 @@ using namespace kinefix_test;
 
 struct RoundTrip {
     const char* name;
-    RecordingSpec spec;
+    RecordingPlan plan;
     const char* source_ext;
     const char* output_ext;
     std::vector<std::string> index_options;
@@ -34,7 +34,7 @@ TEST_P(RoundTripTest, RepairGivesBackEveryPacket) {
     const RoundTrip& c = GetParam();
     Workspace ws;
     const std::string index = ws / "recording.idx";
-    const std::string broken = ws.damaged_recording(std::string("recording") + c.source_ext, c.spec,
+    const std::string broken = ws.damaged_recording(std::string("recording") + c.source_ext, c.plan,
                                                     c.index_options, index);
     ASSERT_FALSE(broken.empty());
     const FrameReport original = frame_report(broken, ws.dir());
@@ -57,8 +57,8 @@ TEST_P(RoundTripTest, RepairGivesBackEveryPacket) {
     expect_same_packets(original, repaired, !IsMatroska(c.output_ext), !IsMatroska(c.output_ext));
 }
 
-RecordingSpec Spec(bool video, bool bframes, bool audio, bool faststart) {
-    RecordingSpec s;
+RecordingPlan Plan(bool video, bool bframes, bool audio, bool faststart) {
+    RecordingPlan s;
     s.video = video;
     s.bframes = bframes;
     s.audio = audio;
@@ -69,14 +69,14 @@ RecordingSpec Spec(bool video, bool bframes, bool audio, bool faststart) {
 INSTANTIATE_TEST_SUITE_P(
     Recordings, RoundTripTest,
     ::testing::Values(
-        RoundTrip{"BFramesAacIndexAtEndToMp4", Spec(true, true, true, false), ".mp4", ".mp4", {}},
-        RoundTrip{"NoBFramesAacFaststartToMov", Spec(true, false, true, true), ".mp4", ".mov", {}},
-        RoundTrip{"BFramesAacFaststartToMkv", Spec(true, true, true, true), ".mp4", ".mkv", {}},
-        RoundTrip{"VideoOnlyToMkv", Spec(true, true, false, false), ".mp4", ".mkv", {}},
-        RoundTrip{"AudioOnlyToMp4", Spec(false, false, true, false), ".mp4", ".mp4", {}},
-        RoundTrip{"MovSourceToMp4", Spec(true, true, true, false), ".mov", ".mp4", {}},
+        RoundTrip{"BFramesAacIndexAtEndToMp4", Plan(true, true, true, false), ".mp4", ".mp4", {}},
+        RoundTrip{"NoBFramesAacFaststartToMov", Plan(true, false, true, true), ".mp4", ".mov", {}},
+        RoundTrip{"BFramesAacFaststartToMkv", Plan(true, true, true, true), ".mp4", ".mkv", {}},
+        RoundTrip{"VideoOnlyToMkv", Plan(true, true, false, false), ".mp4", ".mkv", {}},
+        RoundTrip{"AudioOnlyToMp4", Plan(false, false, true, false), ".mp4", ".mp4", {}},
+        RoundTrip{"MovSourceToMp4", Plan(true, true, true, false), ".mov", ".mp4", {}},
         RoundTrip{"Version1ThreeEntriesPerLine",
-                  Spec(true, true, true, false),
+                  Plan(true, true, true, false),
                   ".mp4",
                   ".mov",
                   {"--index-version", "1", "--entries-per-line", "3"}}),
@@ -106,7 +106,7 @@ std::vector<Located> LocateLines(const std::string& index_text) {
 TEST(CutRecordingTest, KeepsEveryPacketBeforeTheCutAndReportsTheIgnoredLines) {
     Workspace ws;
     const std::string index = ws / "cut.idx";
-    const std::string broken = ws.damaged_recording("cut.mp4", Spec(true, true, true, false),
+    const std::string broken = ws.damaged_recording("cut.mp4", Plan(true, true, true, false),
                                                     {"--index-version", "1"}, index);
     ASSERT_FALSE(broken.empty());
     const FrameReport original = frame_report(broken, ws.dir());
@@ -176,7 +176,7 @@ TEST(PathTest, SpacesAndNonAsciiInBothForms) {
     fs::create_directories(dir);
     const std::string index = dir + "/索引 file.idx";
     const std::string source = dir + "/broken file é.mp4";
-    ASSERT_EQ(make_recording(source, Spec(true, true, true, false), ws.dir()), "");
+    ASSERT_EQ(make_recording(source, Plan(true, true, true, false), ws.dir()), "");
     ASSERT_EQ(ws.index({source, index}).exit_code, 0);
     const FrameReport original = frame_report(source, ws.dir());
     ASSERT_TRUE(destroy_moov(source));

@@ -40,11 +40,11 @@ class Workspace {
 
     // Records, indexes and damages a recording: returns the damaged file's path, or "" with a
     // test failure.
-    std::string damaged_recording(const std::string& name, const RecordingSpec& spec,
+    std::string damaged_recording(const std::string& name, const RecordingPlan& plan,
                                   const std::vector<std::string>& index_options,
                                   const std::string& index_path) const {
         const std::string path = *this / name;
-        const std::string error = make_recording(path, spec, dir_);
+        const std::string error = make_recording(path, plan, dir_);
         if (!error.empty()) {
             ADD_FAILURE() << error;
             return std::string();

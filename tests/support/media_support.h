@@ -15,7 +15,7 @@
 namespace kinefix_test {
 
 // What to record from lavfi's test sources: 2 s of 320x240 H.264 at 25 fps and/or AAC.
-struct RecordingSpec {
+struct RecordingPlan {
     bool video = true;
     bool bframes = true;
     bool audio = true;
@@ -28,21 +28,21 @@ inline std::map<std::string, std::string> plain_env(const TempDir& scratch) {
 }
 
 // Empty on success, else ffmpeg's complaint.
-inline std::string make_recording(const std::string& path, const RecordingSpec& spec,
+inline std::string make_recording(const std::string& path, const RecordingPlan& plan,
                                   const TempDir& scratch) {
-    const std::string t = std::to_string(spec.seconds);
+    const std::string t = std::to_string(plan.seconds);
     std::vector<std::string> args = {"-v", "error", "-y", "-nostdin"};
-    if (spec.video)
+    if (plan.video)
         args.insert(args.end(),
                     {"-f", "lavfi", "-i", "testsrc=size=320x240:rate=25:duration=" + t});
-    if (spec.audio)
+    if (plan.audio)
         args.insert(args.end(),
                     {"-f", "lavfi", "-i", "sine=frequency=440:sample_rate=48000:duration=" + t});
-    if (spec.video)
+    if (plan.video)
         args.insert(args.end(), {"-c:v", "libx264", "-preset", "ultrafast", "-bf",
-                                 spec.bframes ? "2" : "0", "-g", "25", "-pix_fmt", "yuv420p"});
-    if (spec.audio) args.insert(args.end(), {"-c:a", "aac", "-b:a", "64k"});
-    if (spec.faststart) args.insert(args.end(), {"-movflags", "+faststart"});
+                                 plan.bframes ? "2" : "0", "-g", "25", "-pix_fmt", "yuv420p"});
+    if (plan.audio) args.insert(args.end(), {"-c:a", "aac", "-b:a", "64k"});
+    if (plan.faststart) args.insert(args.end(), {"-movflags", "+faststart"});
     args.push_back(path);
     const RunResult r = run("ffmpeg", args, plain_env(scratch), scratch);
     if (r.exit_code != 0) return "ffmpeg failed (" + std::to_string(r.exit_code) + "): " + r.err;
