@@ -114,6 +114,7 @@ TEST(LoggerTest, BorrowedStreamIsUsedAndNotClosed) {
     char buf[64] = {0};
     ASSERT_NE(fgets(buf, sizeof buf, mine), nullptr);
     EXPECT_STREQ(buf, "borrowed\n");
+    log.set_stream(nullptr);  // the logger must not touch the stream once its owner closes it
     fclose(mine);
     EXPECT_FALSE(kinefix_test::fs::exists(path));
 }
