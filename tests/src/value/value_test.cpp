@@ -19,63 +19,58 @@ Value read_text(const char* text) {
 }
 
 std::string payload_of(const Value& v) {
+    if (v.kind() == zp::kValuePtrSize) return "<block>";  // a bare address, not to be read
     return v.payload() ? std::string(v.payload(), static_cast<size_t>(v.payload_length()))
                        : std::string("<absent>");
 }
 
-TEST(ValueWrite, ScalarsUseTheirPrintFormats) {
-    Value v;
-    EXPECT_EQ(v.write(), "<null>");
-    v.set_int(42);
-    EXPECT_EQ(v.write(), "[i]42");
-    v.set_int(-7);
-    EXPECT_EQ(v.write(), "[i]-7");
-    v.set_uint(4000000000u);
-    EXPECT_EQ(v.write(), "[u]4000000000");
-    v.set_float(1.5f);
-    EXPECT_EQ(v.write(), "[f]1.500000");
-    v.set_double(-2.25);
-    EXPECT_EQ(v.write(), "[d]-2.250000");
-    v.set_int64(5);
-    EXPECT_EQ(v.write(), "[lld]5");
-    v.set_int64(INT64_MIN);
-    EXPECT_EQ(v.write(), "[lld]-9223372036854775808");
-    v.set_uint64(UINT64_MAX);
-    EXPECT_EQ(v.write(), "[llu]18446744073709551615");
-    v.set_bool(true);
-    EXPECT_EQ(v.write(), "[b]true");
-    v.set_bool(false);
-    EXPECT_EQ(v.write(), "[b]false");
-}
+char g_block[8] = {1, 2, 3, 4};
 
-TEST(ValueWrite, PointerIsSixteenUpperCaseDigits) {
+// Every kind's text; all but the error kind read back to the same value.
+TEST(ValueWrite, EveryKindWritesAndReadsBack) {
+    const struct {
+        const char* text;
+        void (*set)(Value&);
+    } cases[] = {
+        {"<null>", [](Value&) {}},
+        {"[i]-7", [](Value& v) { v.set_int(-7); }},
+        {"[u]4000000000", [](Value& v) { v.set_uint(4000000000u); }},
+        {"[f]1.500000", [](Value& v) { v.set_float(1.5f); }},
+        {"[d]-2.250000", [](Value& v) { v.set_double(-2.25); }},
+        {"[lld]-9223372036854775808", [](Value& v) { v.set_int64(INT64_MIN); }},
+        {"[llu]18446744073709551615", [](Value& v) { v.set_uint64(UINT64_MAX); }},
+        {"[b]true", [](Value& v) { v.set_bool(true); }},
+        {"[b]false", [](Value& v) { v.set_bool(false); }},
+        {"[v]00000ABCDEF12345",
+         [](Value& v) { v.set_pointer(reinterpret_cast<void*>(uintptr_t{0xabcdef12345ULL})); }},
+        {"[v]0000000000000000", [](Value& v) { v.set_pointer(nullptr); }},
+        {"[str:9]a ] [ b c", [](Value& v) { v.set_string("a ] [ b c"); }},
+        {"[str:0]", [](Value& v) { v.set_string(nullptr); }},
+        {"[list:12][str:5]hello", [](Value& v) { v.set_list("[str:5]hello"); }},
+        {"[map:3]k]v", [](Value& v) { v.set_map("k]v"); }},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
+        Value v;
+        c.set(v);
+        EXPECT_EQ(v.write(), c.text);
+        Value back = read_text(c.text);
+        EXPECT_EQ(back.kind(), v.kind());
+        EXPECT_EQ(back.write(), c.text);
+        EXPECT_EQ(back.as_int64(), v.as_int64());
+        EXPECT_EQ(back.as_pointer(), v.as_pointer());
+        EXPECT_EQ(back.as_string(), v.as_string());
+    }
     Value v;
-    v.set_pointer(reinterpret_cast<void*>(static_cast<uintptr_t>(0xabcdef12345ULL)));
-    EXPECT_EQ(v.write(), "[v]00000ABCDEF12345");
-    v.set_pointer(nullptr);
-    EXPECT_EQ(v.write(), "[v]0000000000000000");
-}
-
-TEST(ValueWrite, PayloadKindsAreLengthFramed) {
-    Value v;
-    v.set_string("hello");
-    EXPECT_EQ(v.write(), "[str:5]hello");
-    Value list;
-    list.set_list(v.write().c_str());
-    EXPECT_EQ(list.write(), "[list:12][str:5]hello");
-    v.set_map("k]v");
-    EXPECT_EQ(v.write(), "[map:3]k]v");
-    v.set_error(-3, "no file");
-    EXPECT_EQ(v.write(), "[err:7]-3,no file");
-    v.set_string(nullptr);
-    EXPECT_EQ(v.write(), "[str:0]");
-    EXPECT_EQ(v.payload(), nullptr);
-    v.set_error(4, nullptr);
-    EXPECT_EQ(v.write(), "[err:0]4,");
-}
-
-TEST(ValueWrite, UnknownKindWritesVariantAndPayload) {
-    Value v;
+    v.set_ptr_size(g_block, 8);
+    const std::string text =
+        "[ptr]" + std::to_string(static_cast<unsigned long long>(uintptr_t(g_block))) + ",8";
+    EXPECT_EQ(v.write(), text);
+    EXPECT_EQ(read_text(text.c_str()).as_pointer(), g_block);
+    EXPECT_EQ(read_text(text.c_str()).payload_length(), 8);
+    // A nested member is read again from the list's payload.
+    EXPECT_EQ(read_text(read_text("[list:12][str:5]hello").payload()).as_string(), "hello");
+    // An unknown kind writes its payload raw; that reads as null keeping the payload.
     v.set_string("raw");
     v.set_kind(42);
     EXPECT_EQ(v.write(), "<variant>raw");
@@ -83,129 +78,80 @@ TEST(ValueWrite, UnknownKindWritesVariantAndPayload) {
     EXPECT_EQ(payload_of(read_text("<variant>raw")), "raw");
 }
 
-TEST(ValueWrite, PointerWithSizeWritesAddressAndLength) {
-    char block[8] = {0};
-    Value v;
-    v.set_ptr_size(block, 8);
-    std::string expected =
-        "[ptr]" +
-        std::to_string(static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(block))) + ",8";
-    EXPECT_EQ(v.write(), expected);
-}
-
-// Every kind survives write-then-read (the error kind by its documented loss, below).
-TEST(ValueRoundTrip, EveryKind) {
-    char block[4] = {1, 2, 3, 4};
-    Value values[13];
-    values[0].set_int(-123456);
-    values[1].set_uint(4294967295u);
-    values[2].set_float(0.125f);
-    values[3].set_double(1234.5);
-    values[4].set_pointer(block);
-    values[5].set_int64(-9000000000LL);
-    values[6].set_uint64(18000000000000000000ULL);
-    values[7].set_string("a string with ] and [ and spaces");
-    values[8].set_bool(true);
-    values[9].set_bool(false);
-    values[10].set_list("[i]1[str:1]x");
-    values[11].set_map("[str:1]k[i]2");
-    values[12].set_ptr_size(block, 4);
-    for (const Value& original : values) {
-        std::string text = original.write();
-        Value back = read_text(text.c_str());
-        SCOPED_TRACE(text);
-        EXPECT_EQ(back.kind(), original.kind());
-        EXPECT_EQ(back.write(), text);
-        EXPECT_EQ(back.as_int64(), original.as_int64());
-        EXPECT_EQ(back.as_pointer(), original.as_pointer());
-        EXPECT_EQ(back.as_string(), original.as_string());
+// What the lenient reader makes of odd texts, seen through what it writes back.
+TEST(ValueRead, OddTextsAgainstTheValueRead) {
+    const struct {
+        const char* text;
+        const char* written;
+        const char* payload;
+    } cases[] = {
+        {nullptr, "<null>", "<absent>"},
+        {"", "<null>", "<absent>"},
+        {"[i]", "<null>", "<absent>"},
+        {"[i]x", "<null>", "<absent>"},
+        {"[i]  ", "<null>", "<absent>"},
+        {"no bracket here", "<null>", "<absent>"},
+        {"[zz]1", "<null>", "<absent>"},
+        {"[]123", "<null>", "<absent>"},
+        {"<null>]", "<null>", "<absent>"},
+        {"[lld]x", "<null>", "<absent>"},
+        {"[llu]", "<null>", "<absent>"},
+        {"[ptr]12", "<null>", "<absent>"},
+        {"[ptr]x,1", "<null>", "<absent>"},
+        {"[d]--", "<null>", "<absent>"},
+        {"[f]e", "<null>", "<absent>"},
+        {"[u]+", "<null>", "<absent>"},
+        {"[I]5", "<null>", "<absent>"},
+        {"[v]zz", "<null>", "<absent>"},
+        {"xi]9", "[i]9", "<absent>"},  // the opening byte is never looked at
+        {"(lld]77", "[lld]77", "<absent>"},
+        {"[i] 12", "[i]12", "<absent>"},
+        {"[u]7", "[u]7", "<absent>"},
+        {"[f]2.5", "[f]2.500000", "<absent>"},
+        {"[d]1e3", "[d]1000.000000", "<absent>"},
+        {"[v]00000000DEADBEEF", "[v]00000000DEADBEEF", "<absent>"},
+        {"[v]0x1f", "[v]000000000000001F", "<absent>"},
+        {"[b]trueish", "[b]true", "<absent>"},
+        {"[b]TRUE", "[b]false", "<absent>"},
+        {"[b]1", "[b]false", "<absent>"},
+        {"[ptr]4096,17", "[ptr]4096,17", "<block>"},
+        {"[str]abc", "[str:3]abc", "abc"},
+        {"[str:2]abc", "[str:2]ab", "ab"},
+        {"[str:99]abc", "[str:3]abc", "abc"},
+        {"[str:-1]abc", "[str:3]abc", "abc"},
+        {"[str:3]a]bc", "[str:3]a]b", "a]b"},
+        {"[str:0]abc", "[str:0]", "<absent>"},
+        {"[map:1]xy", "[map:1]x", "x"},
+        {"[list]xy", "[list:2]xy", "xy"},
+        {"[listing:1]xy", "[list:2]xy", "xy"},  // a length only right after the tag word
+        {"[string]xy", "[str:2]xy", "xy"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text ? c.text : "(null)");
+        const Value v = read_text(c.text);
+        EXPECT_EQ(v.write(), c.written);
+        EXPECT_EQ(payload_of(v), c.payload);
     }
-    EXPECT_EQ(read_text("<null>").kind(), Value().kind());
-}
-
-TEST(ValueRoundTrip, NestedListMemberIsReadAgain) {
-    Value inner;
-    inner.set_string("hello");
-    Value list;
-    list.set_list(inner.write().c_str());
-    Value back = read_text(list.write().c_str());
-    ASSERT_EQ(back.kind(), zp::kValueList);
-    EXPECT_EQ(back.payload_length(), 12);
-    Value member = read_text(back.payload());
-    EXPECT_EQ(member.kind(), zp::kValueString);
-    EXPECT_EQ(member.as_string(), "hello");
-}
-
-TEST(ValueRead, PointerAcceptsBothHexForms) {
-    EXPECT_EQ(read_text("[v]00000000DEADBEEF").as_pointer(),
-              reinterpret_cast<void*>(static_cast<uintptr_t>(0xDEADBEEFULL)));
-    EXPECT_EQ(read_text("[v]0x1f").as_pointer(), reinterpret_cast<void*>(uintptr_t{0x1f}));
-    EXPECT_EQ(read_text("[v]zz").kind(), zp::kValueNull);
-}
-
-TEST(ValueRead, ShortAndMalformedTextsStayNull) {
-    const char* nulls[] = {nullptr,           "",         "[i]",   "[i]x",    "abc",    "[i]  ",
-                           "no bracket here", "[zz]1",    "[]123", "<null>]", "[lld]x", "[llu]",
-                           "[ptr]12",         "[ptr]x,1", "[d]--", "[f]e",    "[u]+",   "[I]5"};
-    for (const char* t : nulls) {
-        SCOPED_TRACE(t ? t : "(null)");
-        Value v = read_text(t);
-        EXPECT_EQ(v.kind(), zp::kValueNull);
-        EXPECT_EQ(v.payload(), nullptr);
-    }
-    // The opening byte is never looked at.
-    EXPECT_EQ(read_text("xi]9").as_int(), 9);
-    EXPECT_EQ(read_text("(lld]77").as_int64(), 77);
-}
-
-TEST(ValueRead, BoolIsTrueOnlyForLowerCaseTrue) {
-    EXPECT_TRUE(read_text("[b]true").as_bool());
-    EXPECT_TRUE(read_text("[b]trueish").as_bool());
-    Value upper = read_text("[b]TRUE");
-    EXPECT_EQ(upper.kind(), zp::kValueBool);
-    EXPECT_FALSE(upper.as_bool());
-    EXPECT_EQ(read_text("[b]1").kind(), zp::kValueBool);
-    EXPECT_FALSE(read_text("[b]1").as_bool());
-}
-
-TEST(ValueRead, FramedLengthLimitsThePayload) {
-    EXPECT_EQ(payload_of(read_text("[str]abc")), "abc");
-    EXPECT_EQ(payload_of(read_text("[str:2]abc")), "ab");
-    EXPECT_EQ(payload_of(read_text("[str:99]abc")), "abc");
-    EXPECT_EQ(payload_of(read_text("[str:-1]abc")), "abc");
-    EXPECT_EQ(payload_of(read_text("[str:3]a]bc")), "a]b");
-    Value empty = read_text("[str:0]abc");
-    EXPECT_EQ(empty.kind(), zp::kValueString);
-    EXPECT_EQ(empty.payload(), nullptr);
-    EXPECT_EQ(read_text("[map:1]xy").kind(), zp::kValueMap);
-    EXPECT_EQ(payload_of(read_text("[map:1]xy")), "x");
-    EXPECT_EQ(read_text("[list]xy").kind(), zp::kValueList);
-    // Only a colon right after the tag word introduces a length.
-    EXPECT_EQ(payload_of(read_text("[listing:1]xy")), "xy");
-    EXPECT_EQ(read_text("[string]xy").kind(), zp::kValueString);
 }
 
 TEST(ValueRead, MissingLengthIsReportedAndPayloadTakenWhole) {
-    testing::internal::CaptureStderr();
-    Value v = read_text("[str:]abc");
-    std::string err = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(err, "> zp::Value:read() err: type='str:', missing 'len'.\n");
-    EXPECT_EQ(v.kind(), zp::kValueString);
-    EXPECT_EQ(payload_of(v), "abc");
-
-    testing::internal::CaptureStderr();
-    Value l = read_text("[list:x]abcd");
-    err = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(err, "> zp::Value:read() err: type='list:x', missing 'len'.\n");
-    EXPECT_EQ(payload_of(l), "abcd");
-
-    testing::internal::CaptureStderr();
-    Value e = read_text("[err:]5,ab");
-    err = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(err, "> zp::Value:read() err: type='err:', missing 'len'.\n");
-    EXPECT_EQ(e.error_code(), 5);
-    EXPECT_EQ(payload_of(e), "5,ab");
-
+    const struct {
+        const char* text;
+        const char* tag;
+        const char* payload;
+    } cases[] = {{"[str:]abc", "str:", "abc"},
+                 {"[list:x]abcd", "list:x", "abcd"},
+                 {"[err:]5,ab", "err:", "5,ab"}};
+    for (const auto& c : cases) {
+        testing::internal::CaptureStderr();
+        const Value v = read_text(c.text);
+        EXPECT_EQ(testing::internal::GetCapturedStderr(),
+                  std::string("> zp::Value:read() err: type='") + c.tag + "', missing 'len'.\n");
+        EXPECT_EQ(payload_of(v), c.payload);
+        if (v.kind() == zp::kValueError) {
+            EXPECT_EQ(v.error_code(), 5);
+        }
+    }
     // No colon at all is not a missing length: nothing is printed.
     testing::internal::CaptureStderr();
     read_text("[str]abc");
@@ -216,24 +162,22 @@ TEST(ValueRead, MissingLengthIsReportedAndPayloadTakenWhole) {
 TEST(ValueRead, ErrorReadBackIsAsymmetric) {
     Value e;
     e.set_error(-3, "no file");
-    Value back = read_text(e.write().c_str());
-    EXPECT_EQ(back.kind(), zp::kValueError);
-    EXPECT_EQ(back.error_code(), -3);
-    EXPECT_EQ(payload_of(back), "no f");
-
-    struct Case {
+    EXPECT_EQ(e.write(), "[err:7]-3,no file");
+    e.set_error(4, nullptr);
+    EXPECT_EQ(e.write(), "[err:0]4,");
+    const struct {
         const char* text;
         int code;
         const char* payload;
     } cases[] = {
-        {"[err:3]5", 5, "<absent>"},                                     // no comma: code only
-        {"[err:2]5,abc", 5, "<absent>"},                                 // count 2 - 2 = 0
-        {"[err:3]5,abc", 5, "a"},        {"[err:50]12,abc", 12, "abc"},  // capped by the text
+        {"[err:7]-3,no file", -3, "no f"}, {"[err:3]5", 5, "<absent>"},    // no comma: code only
+        {"[err:2]5,abc", 5, "<absent>"},                                   // count 2 - 2 = 0
+        {"[err:3]5,abc", 5, "a"},          {"[err:50]12,abc", 12, "abc"},  // capped by the text
         {"[err]5,abc", 5, "5,abc"},  // no length: all of it, code included
         {"[err]5,", 5, "<absent>"},  // ... but only when text follows the comma
-        {"[err:-4]7,z", 7, "7,z"},       {"[err:9]x,abcdefgh", 0, "abcdefg"},  // code unreadable
+        {"[err:-4]7,z", 7, "7,z"},         {"[err:9]x,abcdefgh", 0, "abcdefg"},  // code unreadable
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.text);
         Value v = read_text(c.text);
         EXPECT_EQ(v.kind(), zp::kValueError);
@@ -242,25 +186,13 @@ TEST(ValueRead, ErrorReadBackIsAsymmetric) {
     }
 }
 
-TEST(ValueRead, PointerWithSizeAndScalars) {
-    Value p = read_text("[ptr]4096,17");
-    EXPECT_EQ(p.kind(), zp::kValuePtrSize);
-    EXPECT_EQ(p.as_pointer(), reinterpret_cast<void*>(uintptr_t{4096}));
-    EXPECT_EQ(p.payload_length(), 17);
-    EXPECT_EQ(read_text("[i] 12").as_int(), 12);
-    EXPECT_EQ(read_text("[u]7").kind(), zp::kValueUint);
-    EXPECT_FLOAT_EQ(read_text("[f]2.5").as_float(), 2.5f);
-    EXPECT_DOUBLE_EQ(read_text("[d]1e3").as_double(), 1000.0);
-    EXPECT_EQ(read_text("[llu]18446744073709551615").as_uint64(), UINT64_MAX);
-}
-
 TEST(ValueRead, ReadReplacesEverything) {
     Value v;
     v.set_string("old");
     v.set_flag(0, 1);
     v.set_flag(2, 9);
     v.read("[i]3");
-    EXPECT_EQ(v.kind(), zp::kValueInt);
+    EXPECT_EQ(v.write(), "[i]3");
     EXPECT_EQ(v.payload(), nullptr);
     EXPECT_EQ(v.flag(0), 0);
     EXPECT_EQ(v.flag(2), 0);
@@ -275,26 +207,26 @@ TEST(ValueCopy, PayloadIsDuplicatedAndFlagsTravel) {
     a.set_flag(1, 7);
     Value b(a);
     EXPECT_NE(b.payload(), a.payload());
-    EXPECT_EQ(b.as_string(), "abc");
     EXPECT_EQ(b.flag(1), 7);
     EXPECT_EQ(b.payload()[3], '\0');
     Value c;
     c.set_int(1);
     c = a;
-    EXPECT_EQ(c.kind(), zp::kValueString);
-    EXPECT_EQ(c.as_string(), "abc");
+    EXPECT_EQ(c.write(), "[str:3]abc");
     a.set_string("changed");
     EXPECT_EQ(b.as_string(), "abc");
-}
-
-TEST(ValueCopy, SelfAssignmentChangesNothing) {
-    Value a;
-    a.set_error(8, "text");
-    const char* before = a.payload();
-    Value& alias = a;
-    a = alias;
-    EXPECT_EQ(a.payload(), before);
-    EXPECT_EQ(a.write(), "[err:4]8,text");
+    // Self-assignment keeps the payload where it is.
+    const char* before = c.payload();
+    Value& alias = c;
+    c = alias;
+    EXPECT_EQ(c.payload(), before);
+    // A move leaves its source null.
+    Value d(std::move(c));
+    EXPECT_EQ(d.as_string(), "abc");
+    EXPECT_EQ(c.kind(), zp::kValueNull);  // NOLINT(bugprone-use-after-move)
+    Value e;
+    e = std::move(d);
+    EXPECT_EQ(e.as_string(), "abc");
 }
 
 TEST(ValueCopy, PointerWithSizeSharesTheBlock) {
@@ -306,7 +238,6 @@ TEST(ValueCopy, PointerWithSizeSharesTheBlock) {
         Value b(a);
         Value c;
         c = b;
-        EXPECT_EQ(b.as_pointer(), block);
         EXPECT_EQ(c.payload(), block);
         EXPECT_EQ(c.payload_length(), 16);
         c.set_int(1);  // letting go of the block frees nothing either
@@ -317,35 +248,20 @@ TEST(ValueCopy, PointerWithSizeSharesTheBlock) {
 TEST(ValueCopy, FailedAllocationGivesNull) {
     Value a;
     a.set_string("payload");
-    a.set_flag(0, 3);
+    Value i;
+    i.set_int(4);
     Value::set_allocator([](size_t) -> void* { return nullptr; });
     Value b(a);
     Value c;
     c.set_int(5);
     c = a;
+    Value j(i);  // scalars need no allocation
     Value::set_allocator(nullptr);
     EXPECT_EQ(b.kind(), zp::kValueNull);
     EXPECT_EQ(b.payload(), nullptr);
     EXPECT_EQ(c.kind(), zp::kValueNull);
     EXPECT_EQ(a.as_string(), "payload");
-    // Scalars need no allocation.
-    Value::set_allocator([](size_t) -> void* { return nullptr; });
-    Value i;
-    i.set_int(4);
-    Value j(i);
-    Value::set_allocator(nullptr);
     EXPECT_EQ(j.as_int(), 4);
-}
-
-TEST(ValueCopy, MoveLeavesSourceNull) {
-    Value a;
-    a.set_string("moved");
-    Value b(std::move(a));
-    EXPECT_EQ(b.as_string(), "moved");
-    EXPECT_EQ(a.kind(), zp::kValueNull);  // NOLINT(bugprone-use-after-move)
-    Value c;
-    c = std::move(b);
-    EXPECT_EQ(c.as_string(), "moved");
 }
 
 TEST(ValueAccess, NumericReadersConvert) {
@@ -357,7 +273,6 @@ TEST(ValueAccess, NumericReadersConvert) {
     v.set_bool(true);
     EXPECT_EQ(v.as_uint64(), 1u);
     v.set_int(-1);
-    EXPECT_EQ(v.as_int64(), -1);
     EXPECT_TRUE(v.as_bool());
     v.set_string("12");
     EXPECT_EQ(v.as_int(), 0);
