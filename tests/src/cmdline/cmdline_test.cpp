@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -31,114 +32,69 @@ void declare(cmdline::parser& p) {
     p.add_flag("keep", 'k', "keep going");
 }
 
-struct ParseCase {
-    Args args;
-    Errors errors;
-    std::string input;
-    int count;
-    bool verbose;
-    bool keep;
-    Args rest;
-};
+// Splits "a|b|c"; the empty text gives no parts.
+Args split(const std::string& text) {
+    Args out;
+    for (size_t at = 0; !text.empty();) {
+        const size_t bar = text.find('|', at);
+        out.push_back(text.substr(at, bar - at));
+        if (bar == std::string::npos) break;
+        at = bar + 1;
+    }
+    return out;
+}
 
 TEST(CmdlineParse, ArgumentVectorsAgainstValuesAndErrors) {
-    const std::string need = "need option: --input";
-    const ParseCase cases[] = {
-        {{"tool", "--input", "a.mp4"}, {}, "a.mp4", 3, false, false, {}},
-        {{"tool", "--input=a", "-v", "-c", "7", "x", "y"}, {}, "a", 7, true, false, {"x", "y"}},
-        {{"tool", "x", "--input=", "y"}, {}, "", 3, false, false, {"x", "y"}},
-        {{"tool", "--input=a", "--count=abc"},
-         {"option value is invalid: --count=abc"},
-         "a",
-         3,
-         false,
-         false,
-         {}},
-        {{"tool", "--input=a", "--count="},
-         {"option value is invalid: --count="},
-         "a",
-         3,
-         false,
-         false,
-         {}},
-        {{"tool", "--input=a=b", "--count=4"}, {}, "a=b", 4, false, false, {}},
-        {{"tool", "--input=a", "--verbose=1"},
-         {"option value is invalid: --verbose=1"},
-         "a",
-         3,
-         false,
-         false,
-         {}},
-        {{"tool", "--input=a", "--count"},
-         {"option needs value: --count"},
-         "a",
-         3,
-         false,
-         false,
-         {}},
-        {{"tool", "--input=a", "--count", "-5"}, {}, "a", -5, false, false, {}},
-        {{"tool", "--input", "--count"}, {}, "--count", 3, false, false, {}},
-        {{"tool", "--input=a", "-", "--"}, {"undefined option: --"}, "a", 3, false, false, {}},
-        {{"tool", "--input=a", "--count", " 12"}, {}, "a", 12, false, false, {}},
-        {{"tool", "--input=a", "--count", "12 "},
-         {"option value is invalid: --count=12 "},
-         "a",
-         3,
-         false,
-         false,
-         {}},
-        {{"tool", "--input=a", "--count", "12x"},
-         {"option value is invalid: --count=12x"},
-         "a",
-         3,
-         false,
-         false,
-         {}},
-        {{"tool", "--input=a", "--count", "2147483648"},
-         {"option value is invalid: --count=2147483648"},
-         "a",
-         3,
-         false,
-         false,
-         {}},
-        {{"tool"}, {need}, "", 3, false, false, {}},
-        {{"tool", "--nope", "-z", "-vz", "x"},
-         {"undefined option: --nope", "undefined short option: -z", "undefined short option: -z",
-          need},
-         "",
-         3,
-         true,
-         false,
-         {"x"}},
-        {{"tool", "-vc", "9", "--input=a"}, {}, "a", 9, true, false, {}},
-        {{"tool", "-cv", "--input=a"}, {"option needs value: --count"}, "a", 3, true, false, {}},
-        {{"tool", "--input=a", "-c"}, {"option needs value: --count"}, "a", 3, false, false, {}},
-        {{"tool", "--input=a", "-k5"}, {"undefined short option: -5"}, "a", 3, false, true, {}},
-        {{"tool", "--input=a", "-kv", "x"}, {}, "a", 3, true, true, {"x"}},
-        {{"tool", "-k", "9", "--input=a"}, {}, "a", 3, false, true, {"9"}},
-        {{"tool", "-qvq", "--input=a"},
-         {"undefined short option: -q", "undefined short option: -q"},
-         "a",
-         3,
-         true,
-         false,
-         {}},
-        {{"tool", "--input", "a", "--input", "b"}, {}, "b", 3, false, false, {}},
-        {{"tool", "--Input=a"}, {"undefined option: --Input", need}, "", 3, false, false, {}},
+    // Arguments, errors, input, count, the flags set (v, k), what remains: lists split at '|'.
+    const struct {
+        const char *args, *errors, *input;
+        int count;
+        const char *flags, *rest;
+    } cases[] = {
+        {"tool|--input|a.mp4", "", "a.mp4", 3, "", ""},
+        {"tool|--input=a|-v|-c|7|x|y", "", "a", 7, "v", "x|y"},
+        {"tool|x|--input=|y", "", "", 3, "", "x|y"},
+        {"tool|--input=a|--count=abc", "option value is invalid: --count=abc", "a", 3, "", ""},
+        {"tool|--input=a|--count=", "option value is invalid: --count=", "a", 3, "", ""},
+        {"tool|--input=a=b|--count=4", "", "a=b", 4, "", ""},
+        {"tool|--input=a|--verbose=1", "option value is invalid: --verbose=1", "a", 3, "", ""},
+        {"tool|--input=a|--count", "option needs value: --count", "a", 3, "", ""},
+        {"tool|--input=a|--count|-5", "", "a", -5, "", ""},
+        {"tool|--input|--count", "", "--count", 3, "", ""},
+        {"tool|--input=a|-|--", "undefined option: --", "a", 3, "", ""},
+        {"tool|--input=a|--count| 12", "", "a", 12, "", ""},
+        {"tool|--input=a|--count|12 ", "option value is invalid: --count=12 ", "a", 3, "", ""},
+        {"tool|--input=a|--count|12x", "option value is invalid: --count=12x", "a", 3, "", ""},
+        {"tool|--input=a|--count|2147483648", "option value is invalid: --count=2147483648", "a", 3,
+         "", ""},
+        {"tool", "need option: --input", "", 3, "", ""},
+        {"tool|--nope|-z|-vz|x",
+         "undefined option: --nope|undefined short option: -z|undefined short option: -z|"
+         "need option: --input",
+         "", 3, "v", "x"},
+        {"tool|-vc|9|--input=a", "", "a", 9, "v", ""},
+        {"tool|-cv|--input=a", "option needs value: --count", "a", 3, "v", ""},
+        {"tool|--input=a|-c", "option needs value: --count", "a", 3, "", ""},
+        {"tool|--input=a|-k5", "undefined short option: -5", "a", 3, "k", ""},
+        {"tool|--input=a|-kv|x", "", "a", 3, "vk", "x"},
+        {"tool|-k|9|--input=a", "", "a", 3, "k", "9"},
+        {"tool|-qvq|--input=a", "undefined short option: -q|undefined short option: -q", "a", 3,
+         "v", ""},
+        {"tool|--input|a|--input|b", "", "b", 3, "", ""},
+        {"tool|--Input=a", "undefined option: --Input|need option: --input", "", 3, "", ""},
     };
-    for (const ParseCase& c : cases) {
-        std::string label;
-        for (const std::string& a : c.args) label += "[" + a + "]";
-        SCOPED_TRACE(label);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.args);
         cmdline::parser p;
         declare(p);
-        EXPECT_EQ(run(p, c.args), c.errors.empty());
-        EXPECT_EQ(p.error_list(), c.errors);
+        const Errors errors = split(c.errors);
+        EXPECT_EQ(run(p, split(c.args)), errors.empty());
+        EXPECT_EQ(p.error_list(), errors);
         EXPECT_EQ(p.get_value<std::string>("input"), c.input);
         EXPECT_EQ(p.get_value<int>("count"), c.count);
-        EXPECT_EQ(p.is_set("verbose"), c.verbose);
-        EXPECT_EQ(p.is_set("keep"), c.keep);
-        EXPECT_EQ(p.remaining_args(), c.rest);
+        EXPECT_EQ(p.is_set("verbose"), strchr(c.flags, 'v') != nullptr);
+        EXPECT_EQ(p.is_set("keep"), strchr(c.flags, 'k') != nullptr);
+        EXPECT_EQ(p.remaining_args(), split(c.rest));
     }
 }
 
@@ -199,39 +155,30 @@ TEST(CmdlineParse, StatesSurviveLaterParsesAndLateDeclarations) {
     EXPECT_EQ(p.get_value<unsigned>("late"), 8u);
 }
 
+// The message a call raises, or "" when it raises nothing.
+template <typename F>
+std::string thrown(F call) {
+    try {
+        call();
+    } catch (const cmdline::cmdline_error& e) {
+        return e.what();
+    }
+    return "";
+}
+
 TEST(CmdlineDeclare, ErrorsAreRaisedWithTheirMessages) {
     cmdline::parser p;
     declare(p);
     const std::string before = p.usage_text();
-    try {
-        p.add_option<int>("count", 'x', "again", false, 1);
-        FAIL() << "duplicate accepted";
-    } catch (const cmdline::cmdline_error& e) {
-        EXPECT_STREQ(e.what(), "multiple definition: count");
-    }
-    EXPECT_THROW(p.add_flag("verbose", 0, ""), cmdline::cmdline_error);
+    EXPECT_EQ(thrown([&] { p.add_option<int>("count", 'x', "again", false, 1); }),
+              "multiple definition: count");
+    EXPECT_EQ(thrown([&] { p.add_flag("verbose", 0, ""); }), "multiple definition: verbose");
     EXPECT_EQ(p.usage_text(), before);
-
-    try {
-        p.is_set("missing");
-        FAIL();
-    } catch (const cmdline::cmdline_error& e) {
-        EXPECT_STREQ(e.what(), "there is no flag: --missing");
-    }
-    try {
-        p.get_value<int>("nothing");
-        FAIL();
-    } catch (const cmdline::cmdline_error& e) {
-        EXPECT_STREQ(e.what(), "there is no flag: --nothing");
-    }
-    try {
-        p.get_value<int64_t>("count");
-        FAIL();
-    } catch (const cmdline::cmdline_error& e) {
-        EXPECT_STREQ(e.what(), "type mismatch flag 'count'");
-    }
-    EXPECT_THROW(p.get_value<bool>("verbose"), cmdline::cmdline_error);
-    EXPECT_THROW(p.get_value<float>("ratio"), cmdline::cmdline_error);
+    EXPECT_EQ(thrown([&] { p.is_set("missing"); }), "there is no flag: --missing");
+    EXPECT_EQ(thrown([&] { p.get_value<int>("nothing"); }), "there is no flag: --nothing");
+    EXPECT_EQ(thrown([&] { p.get_value<int64_t>("count"); }), "type mismatch flag 'count'");
+    EXPECT_NE(thrown([&] { p.get_value<bool>("verbose"); }), "");
+    EXPECT_NE(thrown([&] { p.get_value<float>("ratio"); }), "");
     EXPECT_EQ(p.get_value<double>("ratio"), 0.5);
 }
 
