@@ -33,14 +33,6 @@ bool try_from_other_thread(zp::AbstractMutex& m) {
     return got;
 }
 
-TEST(MutexTest, PlainMutexExcludesOtherThreads) {
-    zp::Mutex m;
-    m.lock();
-    EXPECT_FALSE(try_from_other_thread(m));
-    m.unlock();
-    EXPECT_TRUE(try_from_other_thread(m));
-}
-
 TEST(MutexTest, RecursiveMutexNeedsOneUnlockPerLock) {
     zp::MutexRecursive m;
     m.lock();
@@ -117,34 +109,8 @@ TEST(ReadWriteMutexTest, RecursiveWaitingWriterGoesBeforeNewReader) {
     check_writer_preference<zp::ReadWriteMutexRecursive>();
 }
 
-TEST(ReadWriteMutexTest, ReadersShareAndWriterExcludes) {
-    zp::ReadWriteMutex rw;
-    rw.lock_read();
-    std::atomic<bool> second_reader_in{false};
-    std::thread r([&] {
-        rw.lock_read();
-        second_reader_in = true;
-        rw.unlock();
-    });
-    EXPECT_TRUE(eventually([&] { return second_reader_in.load(); }));
-    r.join();
-    rw.unlock();
-
-    rw.lock_write();
-    std::atomic<bool> reader_in{false};
-    std::thread blocked([&] {
-        rw.lock_read();
-        reader_in = true;
-        rw.unlock();
-    });
-    std::this_thread::sleep_for(50ms);
-    EXPECT_FALSE(reader_in.load());
-    rw.unlock();
-    blocked.join();
-    EXPECT_TRUE(reader_in.load());
-}
-
-TEST(ReadWriteMutexTest, ReleasingWriterWakesAllWaitingReaders) {
+// Readers share the lock; a writer keeps them out until it leaves, then all come in at once.
+TEST(ReadWriteMutexTest, ReadersShareAndReleasingWriterWakesThemAll) {
     zp::ReadWriteMutex rw;
     rw.lock_write();
     std::atomic<int> inside{0};
@@ -163,6 +129,7 @@ TEST(ReadWriteMutexTest, ReleasingWriterWakesAllWaitingReaders) {
             rw.unlock();
         });
     std::this_thread::sleep_for(50ms);
+    EXPECT_EQ(inside.load(), 0);
     rw.unlock();
     EXPECT_TRUE(eventually([&] { return max_inside.load() == 3; }));
     release = true;
@@ -187,10 +154,8 @@ TEST(ReadWriteMutexTest, RecursiveReadPassesAWaitingWriter) {
     rw.unlock();
     writer.join();
     EXPECT_TRUE(writer_done.load());
-}
 
-TEST(ReadWriteMutexTest, RecursiveWriteNests) {
-    zp::ReadWriteMutexRecursive rw;
+    // Writes nest as well: one unlock leaves the lock held.
     rw.lock_write();
     rw.lock_write();
     rw.unlock();
@@ -204,7 +169,6 @@ TEST(ReadWriteMutexTest, RecursiveWriteNests) {
     EXPECT_FALSE(reader_in.load()) << "still held once";
     rw.unlock();
     r.join();
-    EXPECT_TRUE(reader_in.load());
 }
 
 TEST(ReadWriteMutexTest, StrangerUnlockOnlyWarns) {
