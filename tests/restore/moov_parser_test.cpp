@@ -232,21 +232,4 @@ TEST_F(MoovParserTest, ParseAgainStartsOver) {
     EXPECT_EQ(parser.audio().extradata, nullptr);
 }
 
-TEST_F(MoovParserTest, ProgressRisesFromZeroToOne) {
-    std::string text = "#version=2\n" + kAudioLine;
-    for (int i = 0; i < 1000; ++i) text += "1,0," + std::to_string(i) + ",1024,0,0,0;\n";
-    MoovParser parser;
-    ASSERT_TRUE(parser.Parse(index(text).c_str()));
-    double last = 0.0;
-    int lines = 0;
-    while (parser.NextLine()) {
-        EXPECT_GT(parser.Progress(), last);
-        EXPECT_LT(parser.Progress(), 1.0);
-        last = parser.Progress();
-        ++lines;
-    }
-    EXPECT_EQ(lines, 1000);
-    EXPECT_DOUBLE_EQ(parser.Progress(), 1.0);
-}
-
 }  // namespace

@@ -52,15 +52,11 @@ TEST(BlockingIOTest, StringsComeOutInOrder) {
     EXPECT_EQ(q.pop_for(0), "");
 }
 
-TEST(BlockingIOTest, TimedPopWaitsAtLeastItsTimeout) {
+TEST(BlockingIOTest, TimedPopWaitsItsTimeoutOrTakesWhatArrives) {
     Blocking_IO q;
     auto t0 = std::chrono::steady_clock::now();
     EXPECT_EQ(q.pop_for(60), "");
     EXPECT_GE(std::chrono::steady_clock::now() - t0, 60ms);
-}
-
-TEST(BlockingIOTest, TimedPopTakesWhatArrivesWhileWaiting) {
-    Blocking_IO q;
     auto consumer = std::async(std::launch::async, [&] { return q.pop_for(10000); });
     std::this_thread::sleep_for(20ms);
     ASSERT_TRUE(q.push("late"));

@@ -116,17 +116,6 @@ TEST(FuncTracerTest, OverlongTextIsCutToTheLineBuffer) {
     EXPECT_EQ(out.back(), 'x');  // the newline was cut off with the rest
 }
 
-TEST(FuncTracerTest, DisabledTracerWritesNothing) {
-    StreamTracer t;
-    t->enable(false);
-    EXPECT_EQ(t->enter("run", "main.cpp", 1), 0);
-    t->leave(2, 12345);
-    EXPECT_EQ(t.text(), "");
-    t->enable(true);
-    t->enter("run", "main.cpp", 3);
-    EXPECT_EQ(lines_of(t.text()).size(), 1u);
-}
-
 TEST(FuncTracerTest, FileIsOpenedAtTheFirstEntryWithItsSeparator) {
     TempDir dir;
     const std::string path = dir / "Admin2024-01-02.tcr";
