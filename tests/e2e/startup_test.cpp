@@ -50,7 +50,7 @@ TEST(StartupTest, NoArgumentReturnsOneAndPrintsNothing) {
     EXPECT_TRUE(files_below(home.path()).empty());
 }
 
-TEST(StartupTest, TwoArgumentsPrintBannerAndEndOnly) {
+TEST(StartupTest, TwoArgumentsPrintBannerAndEndAndSetUpTheBaseDirectory) {
     TempDir home;
     auto r = kinefix_test::run(kinefix(), {"a", "b"}, kinefix_test::isolated_env(home), home);
     EXPECT_EQ(r.exit_code, 0);
@@ -71,27 +71,22 @@ TEST(StartupTest, TwoArgumentsPrintBannerAndEndOnly) {
     EXPECT_EQ(files.size(), 2u);
     EXPECT_NE(r.err.find("[Zephra] config dir = " + base.string() + "\n"), std::string::npos)
         << r.err;
-}
 
-TEST(StartupTest, FirstRunWritesDefaultsAndDoneLine) {
-    TempDir home;
-    auto r = kinefix_test::run(kinefix(), {"a", "b"}, kinefix_test::isolated_env(home), home);
-    ASSERT_EQ(r.exit_code, 0);
-    const fs::path base = home.path() / "state" / "kinefix";
+    // The first run writes the default configuration and ends its log with "Done!".
     EXPECT_EQ(read_file((base / "conf" / "Admin.conf").string()),
               "#Zephra Config (#note)\nlog.level : 2\nlog.stdout : false\nlog.tag : \n");
 
     const std::string log_path = only_log_file(base / "log");
     ASSERT_FALSE(log_path.empty());
-    auto lines = lines_of(read_file(log_path));
-    ASSERT_GE(lines.size(), 3u);
-    EXPECT_EQ(lines.back(), "") << "the logger ends its file with an empty line";
-    lines.pop_back();
-    EXPECT_EQ(lines[0].rfind("------------------------- ", 0), 0u);
+    auto log_lines = lines_of(read_file(log_path));
+    ASSERT_GE(log_lines.size(), 3u);
+    EXPECT_EQ(log_lines.back(), "") << "the logger ends its file with an empty line";
+    log_lines.pop_back();
+    EXPECT_EQ(log_lines[0].rfind("------------------------- ", 0), 0u);
     EXPECT_TRUE(std::regex_match(
-        lines.back(),
+        log_lines.back(),
         std::regex(R"(\d{4}-\d{2}:\d{2}:\d{2}\[E\]\[zp\] admin\.cpp [\d ]{4}: "Done!")")))
-        << lines.back();
+        << log_lines.back();
     // The start-up and shut-down messages keep their order.
     const std::string text = read_file(log_path);
     EXPECT_LT(text.find("\"[Admin] ::uninit @==@\""), text.find("\"[Admin] ::uninit end @==@\""));
