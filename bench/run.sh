@@ -8,7 +8,8 @@
 # on a busy machine disturbs the comparison less.
 # Each timed run starts from a dropped page cache when the machine allows it (root); otherwise
 # from a warm one, and the output says so. Every time includes a sync of what was written.
-# Without --bin, kinefix is built in Release into ${KINEFIX_BUILD_DIR:-build-release}.
+# Without --bin, the release kinefix (static FFmpeg, scripts/build_release.sh) is built into
+# ${KINEFIX_BUILD_DIR:-build-release}.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 # shellcheck source=bench/bench_lib.sh
@@ -29,16 +30,17 @@ while [ $# -gt 0 ]; do
     --bin) bin=$2; shift 2 ;;
     --no-verify) verify=0; shift ;;
     --realtime) rt=(chrt -f 10); shift ;;
-    *) sed -n '4,11p' "$0" | sed 's/^# \{0,1\}//' >&2; exit 2 ;;
+    *) sed -n '4,12p' "$0" | sed 's/^# \{0,1\}//' >&2; exit 2 ;;
   esac
 done
 case $runs in *[!0-9]* | '' | 0) echo "run.sh: --runs takes a positive number" >&2; exit 2 ;; esac
 
 [ -x /usr/bin/time ] || { echo "run.sh: needs GNU time in /usr/bin/time (apt-get install time)" >&2; exit 1; }
 if [ -z "$bin" ]; then
-  bin=${KINEFIX_BUILD_DIR:-build-release}
-  cmake -S . -B "$bin" -G Ninja -DCMAKE_BUILD_TYPE=Release -DKINEFIX_TESTS=OFF >/dev/null
-  cmake --build "$bin" --target kinefix kinefix-index >/dev/null
+  build_log=$(mktemp)
+  bin=$(bash scripts/build_release.sh "${KINEFIX_BUILD_DIR:-build-release}" 2>"$build_log" | tail -n1) ||
+    { cat "$build_log" >&2; rm -f "$build_log"; exit 1; }
+  rm -f "$build_log"
 fi
 bin=$(cd "$bin" && pwd)
 mkdir -p "$dir"

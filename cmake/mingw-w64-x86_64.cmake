@@ -1,7 +1,7 @@
 # Cross toolchain for 64-bit Windows with Debian's mingw-w64; produces self-contained .exe files.
 #
 #   cmake -S . -B build-win -G Ninja -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64-x86_64.cmake \
-#         -DKINEFIX_FFMPEG_PREFIX=<prefix from scripts/build_ffmpeg_win.sh>
+#         -DKINEFIX_FFMPEG_PREFIX=<prefix from scripts/build_ffmpeg.sh --windows>
 
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)
@@ -28,13 +28,6 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
 # No DLLs beside the program: libgcc, libstdc++ and winpthreads go into the .exe.
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-static -static-libgcc -static-libstdc++")
-
-# pkg-config must see only the Windows FFmpeg, never the host's .pc files.
-if(KINEFIX_FFMPEG_PREFIX)
-  set(ENV{PKG_CONFIG_LIBDIR} "${KINEFIX_FFMPEG_PREFIX}/lib/pkgconfig")
-  set(ENV{PKG_CONFIG_PATH} "")
-  set(ENV{PKG_CONFIG_SYSROOT_DIR} "")
-endif()
 
 # Test executables run under wine, both for test discovery and for ctest.
 find_program(KINEFIX_WINE NAMES wine wine64)

@@ -1,27 +1,40 @@
 #!/usr/bin/env bash
-# Builds a minimal static FFmpeg for 64-bit Windows (mingw-w64) from Debian's ffmpeg source, cached.
+# Builds a minimal static FFmpeg from Debian's ffmpeg source, cached: for this Linux machine
+# (the release build of kinefix) or, with --windows, for 64-bit Windows (mingw-w64).
 #
-# Usage: scripts/build_ffmpeg_win.sh
-# The install prefix is printed on the last line of standard output. A prefix that holds a
-# complete build is reused without touching the network, so CI can cache $KINEFIX_CACHE.
+# Usage: scripts/build_ffmpeg.sh [--windows]
+# The install prefix is printed on the last line of standard output; pass it to CMake as
+# KINEFIX_FFMPEG_PREFIX. A prefix that holds a complete build is reused without touching the
+# network, so CI can cache $KINEFIX_CACHE.
+#
+# A static FFmpeg spares kinefix the start-up cost of Debian's shared FFmpeg, which loads some
+# 135 libraries (every codec library it was built with) before the first byte is copied: a
+# fifth of a second from a cold cache, as long as the copy of half a gigabyte itself.
 #
 # Only what the repair and the index tool need is configured: libavformat with the file
 # protocol and the MP4/MOV/Matroska muxers and demuxers, the H.264 and AAC parsers and the
 # bitstream filters those muxers pull in, libavcodec's descriptors, libavutil, and the H.264
 # and AAC decoders, without which kinefix-index cannot learn pixel and sample formats. No asm,
 # so no nasm and the same C code paths as everywhere else. The patches beside this script are
-# applied to Debian's source (ffmpeg_win_*.patch).
+# applied to Debian's source (ffmpeg_win_*.patch: they touch Windows-only code).
 set -euo pipefail
 
 here=$(cd "$(dirname "$0")" && pwd)
 patches=("$here"/ffmpeg_win_*.patch)
 [ -e "${patches[0]}" ] || patches=()
 
-cache="${KINEFIX_CACHE:-$HOME/.cache/kinefix}"
-host=x86_64-w64-mingw32
-jobs="${KINEFIX_JOBS:-2}"
+target=linux
+case "${1:-}" in
+  --windows) target=windows ;;
+  "") ;;
+  *) echo "usage: $0 [--windows]" >&2; exit 2 ;;
+esac
 
-log() { echo "[ffmpeg-win] $*" >&2; }
+cache="${KINEFIX_CACHE:-$HOME/.cache/kinefix}"
+jobs="${KINEFIX_JOBS:-2}"
+tag=$([ "$target" = windows ] && echo win || echo linux)
+
+log() { echo "[ffmpeg-$tag] $*" >&2; }
 
 # Same Debian source version as the Linux development packages, so both builds mux alike.
 version=""
@@ -33,27 +46,45 @@ fi
 [ -n "$version" ] && [ "$version" != "(none)" ] || { log "cannot tell which ffmpeg version to build"; exit 1; }
 upstream_version="${version#*:}"
 
-configure_flags=(
-  --enable-cross-compile --arch=x86_64 --target-os=mingw32 --cross-prefix="${host}-"
+if [ "$target" = windows ]; then
+  host=x86_64-w64-mingw32
+  cc="${host}-gcc"
+  configure_flags=(--enable-cross-compile --arch=x86_64 --target-os=mingw32 --cross-prefix="${host}-")
+else
+  cc=gcc
+  configure_flags=()
+fi
+configure_flags+=(
   --pkg-config=pkg-config
   --enable-static --disable-shared --enable-pic
   --disable-everything --disable-autodetect --disable-programs --disable-doc
   --disable-network --disable-asm --disable-debug
   --disable-avdevice --disable-avfilter --disable-swscale --disable-swresample --disable-postproc
   --enable-avformat --enable-avcodec --enable-avutil
-  --enable-protocol=file
-  --enable-muxer=mp4,mov,matroska,ipod
-  --enable-demuxer=mov,matroska
-  --enable-parser=h264,aac
-  --enable-decoder=h264,aac
-  --enable-bsf=aac_adtstoasc,h264_mp4toannexb,extract_extradata
 )
+if [ "$target" = windows ]; then
+  configure_flags+=(
+    --enable-protocol=file
+    --enable-muxer=mp4,mov,matroska,ipod
+    --enable-demuxer=mov,matroska
+    --enable-parser=h264,aac
+    --enable-decoder=h264,aac
+    --enable-bsf=aac_adtstoasc,h264_mp4toannexb,extract_extradata
+  )
+else
+  # Every container Debian's FFmpeg reads and writes stays available, and every decoder, so
+  # kinefix-index learns stream parameters as before; encoders, filters and devices stay out.
+  configure_flags+=(
+    --enable-protocol=file,pipe
+    --enable-muxers --enable-demuxers --enable-parsers --enable-bsfs --enable-decoders
+  )
+fi
 
-command -v "${host}-gcc" >/dev/null || { log "${host}-gcc missing (install mingw-w64)"; exit 1; }
-compiler_id=$("${host}-gcc" --version | head -n1)
+command -v "$cc" >/dev/null || { log "$cc missing (run scripts/install_deps.sh, with --windows for mingw-w64)"; exit 1; }
+compiler_id=$("$cc" --version | head -n1)
 patch_hash=$(cat /dev/null "${patches[@]}" | sha256sum | cut -c1-8)
 config_hash=$(printf '%s\n' "$version" "$compiler_id" "$patch_hash" "${configure_flags[@]}" | sha256sum | cut -c1-12)
-prefix="$cache/ffmpeg-win-${upstream_version}-${config_hash}"
+prefix="$cache/ffmpeg-$tag-${upstream_version}-${config_hash}"
 
 if [ -f "$prefix/.complete" ]; then
   log "cached: $prefix"
@@ -122,7 +153,7 @@ if [ -z "$srcdir" ] || [ ! -x "$srcdir/configure" ]; then
   done
 fi
 
-builddir="$cache/ffmpeg-win-build-${config_hash}"
+builddir="$cache/ffmpeg-$tag-build-${config_hash}"
 stage="${prefix}.partial"
 rm -rf "$builddir" "$stage"
 mkdir -p "$builddir"

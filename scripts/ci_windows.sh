@@ -27,7 +27,7 @@ mkdir -p "$KINEFIX_CACHE"
 
 step "FFmpeg for Windows (cached)"
 t0=$(date +%s)
-ffmpeg_prefix=$(bash scripts/build_ffmpeg_win.sh)
+ffmpeg_prefix=$(bash scripts/build_ffmpeg.sh --windows)
 echo "   $ffmpeg_prefix ($(($(date +%s) - t0)) s)"
 
 jobs=$(nproc)
@@ -43,7 +43,7 @@ step "cross build ($win_build)"
 t0=$(date +%s)
 # pkg-config results are cached: a new FFmpeg prefix needs a fresh configure.
 if [ -f "$win_build/CMakeCache.txt" ] &&
-  ! grep -qxF "KINEFIX_FFMPEG_PREFIX:UNINITIALIZED=$ffmpeg_prefix" "$win_build/CMakeCache.txt"; then
+  [ "$(sed -n 's/^KINEFIX_FFMPEG_PREFIX:[A-Z]*=//p' "$win_build/CMakeCache.txt")" != "$ffmpeg_prefix" ]; then
   rm -f "$win_build/CMakeCache.txt"
 fi
 cmake -S . -B "$win_build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \

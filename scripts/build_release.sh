@@ -1,0 +1,20 @@
+#!/usr/bin/env bash
+# Builds the release kinefix: optimised, without tests, linked against a minimal static FFmpeg
+# (scripts/build_ffmpeg.sh), so that it starts without loading Debian's FFmpeg libraries.
+#
+# Usage: scripts/build_release.sh [BUILD_DIR]     (default: build-release)
+# The build directory is printed on the last line of standard output.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+build=${1:-build-release}
+prefix=$(bash scripts/build_ffmpeg.sh | tail -n1)
+# pkg-config results are cached: another FFmpeg prefix needs a fresh configure.
+if [ -f "$build/CMakeCache.txt" ] &&
+  [ "$(sed -n 's/^KINEFIX_FFMPEG_PREFIX:[A-Z]*=//p' "$build/CMakeCache.txt")" != "$prefix" ]; then
+  rm -f "$build/CMakeCache.txt"
+fi
+cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DKINEFIX_TESTS=OFF \
+  -DKINEFIX_FFMPEG_PREFIX="$prefix" >&2
+cmake --build "$build" --target kinefix kinefix-index kinefix-crypt >&2
+cd "$build" && pwd
