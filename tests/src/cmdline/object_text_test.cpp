@@ -19,30 +19,19 @@ TEST(ObjectTextTest, ScanQuirksAgainstTheValuesFound) {
     } cases[] = {
         {"{\"type\":\"video\",\"index\":0,\"tb.den\":90000,\"h\":-1080,\"ev\":\"Z0IAHpWo+A==\"}\n",
          "ev", "Z0IAHpWo+A==", 5},
-        {R"({"type":"video","h":-1080})", "h", "-1080", 2},
         {R"({"broken_file":"D:\v\a.mp4","output_file":"\\srv\s\b.mp4"})", "output_file",
          R"(\\srv\s\b.mp4)", 2},
         // \" is a backslash and a quote: the quote count turns odd and swallows the rest.
         {R"({"a":"x\"y","b":"z","c":"w"})", "a", R"(x\"y","b":"z","c":"w)", 1},
         {R"({"a":"x,y:z","b:c":"1, 2"})", "b:c", "1, 2", 2},
-        {R"({"a":"x,y:z","b:c":"1, 2"})", "a", "x,y:z", 2},
         {R"({"sp": " padded " })", "sp", " padded  ", 1},  // the space after the quote too
         {R"({"list":[1,[2,3],{"q":4}],"obj":{"x":1,"y":{"z":[5]}},"after":"ok"})", "obj",
          R"({"x":1,"y":{"z":[5]}})", 3},
-        {R"({"list":[1,[2,3],{"q":4}],"after":"ok"})", "list", R"([1,[2,3],{"q":4}])", 2},
         {R"({"a":[1,2,"b":"c"})", "a", R"([1,2,"b":"c")", 1},  // unclosed: runs to the end
         {R"({"a":"1","a":"2","ab":"3"})", "a", "1", 3},        // the first duplicate wins
-        {R"({"a":"1","ab":"3"})", "A", "<none>", 2},
-        {R"({"a":"1","ab":"3"})", "", "<none>", 2},
-        {R"({"n": -12.5e3 ,"m":7})", "n", "-12.5e3 ", 2},
         {"{12ab:34}", "12ab", "34", 1},  // a leading digit is no number: text up to the ':'
-        {R"({"on":true,"off":false})", "off", "false", 2},
         {"", "a", "<none>", 0},
-        {"{}", "a", "<none>", 0},
-        {"   ", "a", "<none>", 0},
         {R"("k":"v","lonely")", "k", "v", 1},  // braceless; the odd last token is dropped
-        {"}{", "a", "<none>", 0},
-        {"no structure at all", "a", "<none>", 0},
         {"junk {\"a\":\"1\"} trailing", "a", "1", 1},
         {"{\"路径\":\"D:\\视频\\坏的.mp4\"}", "路径", "D:\\视频\\坏的.mp4", 1},
     };
@@ -62,8 +51,7 @@ TEST(ObjectTextTest, BooleansAreWordsAndOnlyTrueIsTrue) {
     EXPECT_TRUE(obj.get_bool("on", false));
     EXPECT_FALSE(obj.get_bool("off", true));
     EXPECT_TRUE(obj.get_bool("text", false));
-    EXPECT_FALSE(obj.get_bool("odd", true));
-    EXPECT_TRUE(obj.get_bool("missing", true));
+    EXPECT_FALSE(obj.get_bool("odd", true));  // only the exact word
     EXPECT_FALSE(obj.get_bool("missing", false));
 }
 
