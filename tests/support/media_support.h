@@ -1,12 +1,14 @@
 #pragma once
-// Helpers for tests on real recordings: made with the ffmpeg tool, damaged, indexed, probed.
+// Helpers for end-to-end runs on real recordings: made with the ffmpeg tool, indexed, damaged,
+// repaired by the built programs in a scratch home of their own, and compared packet by packet.
+
+#include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
-#include <fstream>
 #include <map>
-#include <sstream>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -14,7 +16,7 @@
 
 namespace kinefix_test {
 
-// What to record from lavfi's test sources: 2 s of 320x240 H.264 at 25 fps and/or AAC.
+// What to record from lavfi's test sources: 320x240 H.264 at 25 fps and/or AAC.
 struct RecordingPlan {
     bool video = true;
     bool bframes = true;
@@ -22,10 +24,6 @@ struct RecordingPlan {
     bool faststart = false;  // ISO media index at the front
     double seconds = 2.0;
 };
-
-inline std::map<std::string, std::string> plain_env(const TempDir& scratch) {
-    return {{"HOME", scratch.str()}, {"TMPDIR", scratch.str()}};
-}
 
 // Empty on success, else ffmpeg's complaint.
 inline std::string make_recording(const std::string& path, const RecordingPlan& plan,
@@ -44,12 +42,11 @@ inline std::string make_recording(const std::string& path, const RecordingPlan& 
     if (plan.audio) args.insert(args.end(), {"-c:a", "aac", "-b:a", "64k"});
     if (plan.faststart) args.insert(args.end(), {"-movflags", "+faststart"});
     args.push_back(path);
-    const RunResult r = run("ffmpeg", args, plain_env(scratch), scratch);
-    if (r.exit_code != 0) return "ffmpeg failed (" + std::to_string(r.exit_code) + "): " + r.err;
-    return std::string();
+    const RunResult r = run("ffmpeg", args, isolated_env(scratch), scratch);
+    return r.exit_code == 0 ? std::string() : "ffmpeg failed: " + r.err;
 }
 
-// Offset and size of the first top-level ISO media box of that type; size -1 when absent.
+// Offset and size of the first top-level ISO media box of that type; offset -1 when absent.
 struct Box {
     int64_t offset = -1;
     int64_t size = -1;
@@ -57,16 +54,12 @@ struct Box {
 
 inline Box find_top_box(const std::string& path, const std::string& type) {
     const std::string data = read_file(path);
-    size_t pos = 0;
-    while (pos + 8 <= data.size()) {
-        const auto byte = [&](size_t i) {
-            return static_cast<uint64_t>(static_cast<uint8_t>(data[i]));
-        };
-        uint64_t size =
-            (byte(pos) << 24) | (byte(pos + 1) << 16) | (byte(pos + 2) << 8) | byte(pos + 3);
+    for (size_t pos = 0; pos + 8 <= data.size();) {
+        uint64_t size = 0;
+        for (size_t i = 0; i < 4; ++i) size = (size << 8) | static_cast<uint8_t>(data[pos + i]);
         if (size == 1 && pos + 16 <= data.size()) {
             size = 0;
-            for (size_t i = 0; i < 8; ++i) size = (size << 8) | byte(pos + 8 + i);
+            for (size_t i = 8; i < 16; ++i) size = (size << 8) | static_cast<uint8_t>(data[pos + i]);
         } else if (size == 0) {
             size = data.size() - pos;
         }
@@ -78,9 +71,8 @@ inline Box find_top_box(const std::string& path, const std::string& type) {
     return {};
 }
 
-// Makes the recording's own index unreadable by renaming its 'moov' box (to a type no reader
-// looks into, unlike 'free'): the media bytes and
-// their offsets stay as they were, as after a crash that left the index half written.
+// Renames the 'moov' box to a type no reader looks into: the media bytes stay where they were,
+// as after a crash that left the index unwritten.
 inline bool destroy_moov(const std::string& path) {
     const Box moov = find_top_box(path, "moov");
     if (moov.offset < 0) return false;
@@ -90,17 +82,10 @@ inline bool destroy_moov(const std::string& path) {
     return static_cast<bool>(f);
 }
 
-inline void truncate_file(const std::string& path, int64_t size) {
-    std::error_code ec;
-    fs::resize_file(path, static_cast<uintmax_t>(size), ec);
-}
-
-// One packet as `ffmpeg -map 0 -c copy -f framemd5` reports it, times in seconds.
+// Packets as `ffmpeg -c copy -f framemd5` reports them, times in seconds, per stream.
 struct FramePacket {
-    int stream = 0;
     double dts = 0;
     double pts = 0;
-    double duration = 0;
     long size = 0;
     std::string md5;
 };
@@ -117,28 +102,23 @@ inline FrameReport frame_report(const std::string& path, const TempDir& scratch)
     const RunResult r = run(
         "ffmpeg",
         {"-v", "error", "-nostdin", "-i", path, "-map", "0", "-c", "copy", "-f", "framemd5", "-"},
-        plain_env(scratch), scratch);
+        isolated_env(scratch), scratch);
     rep.ok = r.exit_code == 0;
     rep.error = r.err;
-    std::map<int, std::pair<long, long>> tb;
     for (const std::string& line : lines_of(r.out)) {
         int s = 0;
         long num = 0, den = 0;
-        if (sscanf(line.c_str(), "#tb %d: %ld/%ld", &s, &num, &den) == 3 && den > 0) {
-            tb[s] = {num, den};
+        if (sscanf(line.c_str(), "#tb %d: %ld/%ld", &s, &num, &den) == 3 && den > 0)
             rep.tick[s] = static_cast<double>(num) / static_cast<double>(den);
-            continue;
-        }
-        if (line.empty() || line[0] == '#') continue;
         long long dts = 0, pts = 0, dur = 0;
         long size = 0;
         char md5[64] = {0};
-        if (sscanf(line.c_str(), "%d, %lld, %lld, %lld, %ld, %32s", &s, &dts, &pts, &dur, &size,
+        if (line.empty() || line[0] == '#' ||
+            sscanf(line.c_str(), "%d, %lld, %lld, %lld, %ld, %32s", &s, &dts, &pts, &dur, &size,
                    md5) != 6)
             continue;
         const double t = rep.tick.count(s) ? rep.tick[s] : 1.0;
-        rep.streams[s].push_back({s, static_cast<double>(dts) * t, static_cast<double>(pts) * t,
-                                  static_cast<double>(dur) * t, size, md5});
+        rep.streams[s].push_back({dts * t, pts * t, size, md5});
     }
     return rep;
 }
@@ -146,13 +126,114 @@ inline FrameReport frame_report(const std::string& path, const TempDir& scratch)
 // Empty when ffmpeg decodes every frame of the file without a single error line.
 inline std::string decode_errors(const std::string& path, const TempDir& scratch) {
     const RunResult r = run("ffmpeg", {"-v", "error", "-nostdin", "-i", path, "-f", "null", "-"},
-                            plain_env(scratch), scratch);
-    if (r.exit_code != 0) return "exit " + std::to_string(r.exit_code) + ": " + r.err;
-    return r.err;
+                            isolated_env(scratch), scratch);
+    return r.exit_code != 0 ? "exit " + std::to_string(r.exit_code) + ": " + r.err : r.err;
 }
 
 inline bool probe_reads(const std::string& path, const TempDir& scratch) {
-    return run("ffprobe", {"-v", "error", path}, plain_env(scratch), scratch).exit_code == 0;
+    return run("ffprobe", {"-v", "error", path}, isolated_env(scratch), scratch).exit_code == 0;
+}
+
+// A scratch home for runs of kinefix and kinefix-index, with the log they write there.
+class Workspace {
+  public:
+    std::string operator/(const std::string& name) const { return dir_ / name; }
+    const TempDir& dir() const { return dir_; }
+
+    RunResult kinefix(const std::vector<std::string>& args) const { return tool("kinefix", args); }
+    RunResult index(const std::vector<std::string>& args) const {
+        return tool("kinefix-index", args);
+    }
+    RunResult tool(const std::string& name, const std::vector<std::string>& args) const {
+        return run(bin_dir() + "/" + name, args, isolated_env(dir_), dir_);
+    }
+
+    // The day's log of module "Admin".
+    std::string log() const {
+        std::string text;
+        std::error_code ec;
+        for (const auto& e : fs::directory_iterator(dir_.path() / "state/kinefix/log", ec))
+            if (std::regex_match(e.path().filename().string(),
+                                 std::regex(R"(Admin\d{4}-\d{2}-\d{2}\.log)")))
+                text += read_file(e.path().string());
+        return text;
+    }
+
+    // Records and indexes a recording: its path, or "" with a test failure.
+    std::string indexed_recording(const std::string& name, const RecordingPlan& plan,
+                                  std::vector<std::string> index_options,
+                                  const std::string& index_path) const {
+        const std::string path = *this / name;
+        const std::string error = make_recording(path, plan, dir_);
+        index_options.insert(index_options.end(), {path, index_path});
+        const RunResult r = error.empty() ? index(index_options) : RunResult{};
+        if (r.exit_code != 0) {
+            ADD_FAILURE() << error << r.err;
+            return std::string();
+        }
+        return path;
+    }
+
+  private:
+    TempDir dir_;
+};
+
+// Lines of an index file that are packet lines.
+inline std::vector<std::string> packet_lines(const std::string& index_text) {
+    std::vector<std::string> out;
+    for (const std::string& line : lines_of(index_text))
+        if (!line.empty() && line[0] != '#' && line[0] != '{') out.push_back(line);
+    return out;
+}
+
+// The banner, one "progress:%.6lf" line per 10 repaired lines (never decreasing, below 1),
+// "progress:1.0" and "End", and nothing else.
+inline void expect_repair_stdout(const std::string& out, size_t repaired_lines) {
+    const std::vector<std::string> lines = lines_of(out);
+    const size_t progress = repaired_lines / 10;
+    ASSERT_EQ(lines.size(), 5 + progress + 2) << out;
+    EXPECT_EQ(lines[0], "==============================");
+    EXPECT_TRUE(std::regex_match(lines[1], std::regex(R"(Kinefix \(.+\))"))) << lines[1];
+    EXPECT_EQ(lines[2], "version: 1.1.0");
+    EXPECT_EQ(lines[3], "release: 2023.05.10");
+    EXPECT_EQ(lines[4], lines[0]);
+    double last = 0.0;
+    for (size_t i = 5; i < 5 + progress; ++i) {
+        ASSERT_TRUE(std::regex_match(lines[i], std::regex(R"(progress:0\.\d{6})"))) << lines[i];
+        EXPECT_GE(std::stod(lines[i].substr(9)), last) << lines[i];
+        last = std::stod(lines[i].substr(9));
+    }
+    EXPECT_EQ(lines[5 + progress], "progress:1.0");
+    EXPECT_EQ(lines[6 + progress], "End");
+}
+
+// The same packets stream by stream: sizes and MD5s equal, times equal up to one constant shift
+// (a muxer may start its clock at zero) within a tick; `exact_times` allows no shift and
+// compares decoding times too.
+inline void expect_same_packets(const FrameReport& original, const FrameReport& repaired,
+                                bool exact_times) {
+    ASSERT_TRUE(original.ok) << original.error;
+    ASSERT_TRUE(repaired.ok) << repaired.error;
+    ASSERT_EQ(original.streams.size(), repaired.streams.size());
+    ASSERT_FALSE(original.streams.empty());
+    const double shift = repaired.streams.begin()->second.at(0).pts -
+                         original.streams.begin()->second.at(0).pts;
+    for (const auto& [index, packets] : original.streams) {
+        const auto& got = repaired.streams.at(index);
+        ASSERT_EQ(got.size(), packets.size()) << "stream " << index;
+        const double tol = std::max(original.tick.at(index), repaired.tick.at(index)) + 1e-9;
+        if (exact_times) {
+            EXPECT_LE(std::fabs(shift), tol);
+        }
+        for (size_t i = 0; i < packets.size(); ++i) {
+            SCOPED_TRACE("stream " + std::to_string(index) + " packet " + std::to_string(i));
+            ASSERT_EQ(got[i].md5, packets[i].md5);
+            EXPECT_NEAR(got[i].pts - shift, packets[i].pts, tol);
+            if (exact_times) {
+                EXPECT_NEAR(got[i].dts, packets[i].dts, tol);
+            }
+        }
+    }
 }
 
 }  // namespace kinefix_test

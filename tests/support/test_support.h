@@ -21,13 +21,10 @@ class TempDir {
   public:
     TempDir() {
         std::random_device rd;
-        for (int attempt = 0; attempt < 100; ++attempt) {
+        for (int attempt = 0; attempt < 100 && path_.empty(); ++attempt) {
             fs::path p = fs::temp_directory_path() / ("kinefix-test-" + std::to_string(rd()));
             std::error_code ec;
-            if (fs::create_directory(p, ec)) {
-                path_ = p;
-                return;
-            }
+            if (fs::create_directory(p, ec)) path_ = p;
         }
     }
     ~TempDir() {
@@ -53,11 +50,10 @@ inline std::string read_file(const std::string& path) {
     return ss.str();
 }
 
-// A file the framework writes in text mode ("a+", "wt"), with Windows' "\r\n" read as "\n".
+// A file the framework writes in text mode, with Windows' "\r\n" read as "\n".
 inline std::string read_text(const std::string& path) {
     std::string text = read_file(path);
     std::string out;
-    out.reserve(text.size());
     for (size_t i = 0; i < text.size(); ++i)
         if (!(text[i] == '\r' && i + 1 < text.size() && text[i + 1] == '\n')) out += text[i];
     return out;
@@ -73,7 +69,7 @@ inline std::vector<std::string> lines_of(const std::string& text) {
     std::istringstream in(text);
     std::string line;
     while (std::getline(in, line)) {
-        if (!line.empty() && line.back() == '\r') line.pop_back();  // Windows text streams
+        if (!line.empty() && line.back() == '\r') line.pop_back();
         out.push_back(line);
     }
     return out;
@@ -87,12 +83,7 @@ inline std::string bin_dir() {
 
 inline std::string shell_quote(const std::string& s) {
     std::string out = "'";
-    for (char c : s) {
-        if (c == '\'')
-            out += "'\\''";
-        else
-            out += c;
-    }
+    for (char c : s) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
     return out + "'";
 }
 
