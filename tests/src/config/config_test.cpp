@@ -15,8 +15,9 @@ using kinefix_test::write_file;
 TEST(ConfigTest, FileLinesAndWhatIsSkipped) {
     TempDir dir;
     const std::string path = dir / "m.conf";
-    write_file(path, "k : 1\nk:2\n#a : 1\nnocolon\n  b :  two words  \r\nc:\nurl : http://x:80/p\n" +
-                         std::string(600, 'q') + " : 1\n");
+    write_file(path,
+               "k : 1\nk:2\n#a : 1\nnocolon\n  b :  two words  \r\nc:\nurl : http://x:80/p\n" +
+                   std::string(600, 'q') + " : 1\n");
     testing::internal::CaptureStderr();
     zp::Config c(path.c_str(), nullptr);
     EXPECT_NE(testing::internal::GetCapturedStderr().find("strlen(key)=600"), std::string::npos);

@@ -50,7 +50,7 @@ TEST(CryptCodecTest, Base64VectorsAndJunk) {
 
 TEST(ProtectTest, RoundTripsThroughUnitsTextAndHex) {
     for (const std::string& clear : {std::string(), std::string("无法打开moov文件: %s"),
-                                    std::string(40, 'a') + std::string("\0\xff", 2)}) {
+                                     std::string(40, 'a') + std::string("\0\xff", 2)}) {
         SCOPED_TRACE(clear);
         const std::vector<uint16_t> units = crypt().protect(clear);
         EXPECT_EQ(crypt().decrypt(units.data(), units.size()), clear);
