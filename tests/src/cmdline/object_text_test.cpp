@@ -7,10 +7,6 @@
 
 namespace {
 
-std::string get(const zp::ObjectText& obj, const char* key) {
-    return obj.get_string(key, "<none>");
-}
-
 // One text, a key in it, what that key holds and how many members the text gives.
 TEST(ObjectTextTest, ScanQuirksAgainstTheValuesFound) {
     const struct {
@@ -19,28 +15,23 @@ TEST(ObjectTextTest, ScanQuirksAgainstTheValuesFound) {
     } cases[] = {
         {"{\"type\":\"video\",\"index\":0,\"tb.den\":90000,\"h\":-1080,\"ev\":\"Z0IAHpWo+A==\"}\n",
          "ev", "Z0IAHpWo+A==", 5},
-        {R"({"broken_file":"D:\v\a.mp4","output_file":"\\srv\s\b.mp4"})", "output_file",
-         R"(\\srv\s\b.mp4)", 2},
         // \" is a backslash and a quote: the quote count turns odd and swallows the rest.
         {R"({"a":"x\"y","b":"z","c":"w"})", "a", R"(x\"y","b":"z","c":"w)", 1},
-        {R"({"a":"x,y:z","b:c":"1, 2"})", "b:c", "1, 2", 2},
         {R"({"sp": " padded " })", "sp", " padded  ", 1},  // the space after the quote too
         {R"({"list":[1,[2,3],{"q":4}],"obj":{"x":1,"y":{"z":[5]}},"after":"ok"})", "obj",
          R"({"x":1,"y":{"z":[5]}})", 3},
         {R"({"a":[1,2,"b":"c"})", "a", R"([1,2,"b":"c")", 1},  // unclosed: runs to the end
         {R"({"a":"1","a":"2","ab":"3"})", "a", "1", 3},        // the first duplicate wins
-        {"{12ab:34}", "12ab", "34", 1},  // a leading digit is no number: text up to the ':'
-        {"", "a", "<none>", 0},
+        {"{12ab:34}", "12ab", "34", 1},        // a leading digit is no number: text up to the ':'
         {R"("k":"v","lonely")", "k", "v", 1},  // braceless; the odd last token is dropped
-        {"junk {\"a\":\"1\"} trailing", "a", "1", 1},
-        {"{\"路径\":\"D:\\视频\\坏的.mp4\"}", "路径", "D:\\视频\\坏的.mp4", 1},
+        {"junk {\"路径\":\"D:\\视频\\a.mp4\"} trailing", "路径", "D:\\视频\\a.mp4", 1},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.text);
         zp::ObjectText obj;
         obj.parse(R"({"stale":"1"})");
         EXPECT_TRUE(obj.parse(c.text));
-        EXPECT_EQ(get(obj, c.key), c.value);
+        EXPECT_EQ(obj.get_string(c.key, "<none>"), c.value);
         EXPECT_EQ(obj.members().size(), c.members) << "a new parse replaces the members";
     }
 }
@@ -48,10 +39,8 @@ TEST(ObjectTextTest, ScanQuirksAgainstTheValuesFound) {
 TEST(ObjectTextTest, BooleansAreWordsAndOnlyTrueIsTrue) {
     zp::ObjectText obj;
     obj.parse(R"({"on":true,"off":false,"text":"true","odd":"TRUE"})");
-    EXPECT_TRUE(obj.get_bool("on", false));
-    EXPECT_FALSE(obj.get_bool("off", true));
-    EXPECT_TRUE(obj.get_bool("text", false));
-    EXPECT_FALSE(obj.get_bool("odd", true));  // only the exact word
+    EXPECT_TRUE(obj.get_bool("on", false) && obj.get_bool("text", false));
+    EXPECT_FALSE(obj.get_bool("off", true) || obj.get_bool("odd", true));  // only the exact word
     EXPECT_FALSE(obj.get_bool("missing", false));
 }
 
