@@ -60,11 +60,10 @@ TEST(App, DataForwards) {
     text.set_string("[i]12");
     EXPECT_EQ(app.get_data("n", def, true).as_string(), "none");
     EXPECT_TRUE(app.set_data("n", text, "me"));
-    EXPECT_EQ(app.get_data("n", def, false).as_string(), "[i]12");
-    EXPECT_EQ(app.get_data("n", def, true).as_int(), 12);
+    EXPECT_EQ(app.get_data("n", def, false).write(), "[str:5][i]12");
+    EXPECT_EQ(app.get_data("n", def, true).write(), "[i]12");
     EXPECT_FALSE(app.remove_data("n", "someone else"));
     EXPECT_TRUE(app.remove_data("n", "me"));
-    EXPECT_FALSE(app.exist_data("n"));
 }
 
 // The setter lines go through the root's logger without any prefix.

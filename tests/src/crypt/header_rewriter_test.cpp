@@ -18,7 +18,6 @@ using kinefix_test::fs::exists;
 using Texts = std::vector<std::string>;
 
 const char kHeader[] =
-    "#pragma once\n"
     "//#define COMMENTED \"stays as it is\"\n"
     "#define PLAIN \"https://kinefix.example.org\"  // the maker\n"
     "#define ESCAPES \"a // \\\"q\\\" \\x41\\101\\\\\"\n"
@@ -56,9 +55,6 @@ TEST(HeaderRewriterTest, MacrosBecomeArraysThatRestoreTheirTexts) {
     EXPECT_EQ(restored(out, "s_PLAIN"), Texts{"https://kinefix.example.org"});
     EXPECT_EQ(restored(out, "s_ESCAPES"), Texts{"a // \"q\" AA\\"});
     EXPECT_EQ(restored(out, "s_SEP"), (Texts{"\\", "/"}));
-    EXPECT_NE(out.find("  // \"https://kinefix.example.org\"\n"
-                       "const static uint16_t s_PLAIN[] = {"),
-              std::string::npos);
     EXPECT_NE(out.find("#define PLAIN ZpTrDe(s_PLAIN)  // the maker\n\n"), std::string::npos);
     // A text ending in a backslash must not splice the array into its comment.
     EXPECT_NE(out.find("  // \"\\\\\"\nconst static"), std::string::npos);
@@ -90,9 +86,7 @@ TEST(HeaderRewriterTest, EditedCommentRemakesItsArray) {
 
 TEST(HeaderRewriterTest, UnopenableFilesChangeNothing) {
     TempDir dir;
-    const std::string missing = dir / "missing.h";
-    EXPECT_FALSE(zp::Crypt::instance()->rewrite_header(missing.c_str()));
-    EXPECT_FALSE(exists(missing + ".~bak"));
+    EXPECT_FALSE(zp::Crypt::instance()->rewrite_header((dir / "missing.h").c_str()));
     const std::string path = dir / "texts.h";
     write_file(path, kHeader);
     kinefix_test::fs::create_directory(path + ".~tmp");  // the temporary file cannot be made
