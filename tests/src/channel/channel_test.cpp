@@ -6,7 +6,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <future>
@@ -22,21 +21,18 @@ namespace {
 using namespace std::chrono_literals;
 using zp::ChannelMessage;
 
-// Joins a future or ends the run: a consumer that never wakes must not hang the suite.
+// A consumer that never wakes must end the run, not hang it.
 template <typename T>
 T must_finish(std::future<T>& f) {
-    if (f.wait_for(10s) != std::future_status::ready) {
-        fputs("a consumer is still blocked\n", stderr);
-        std::abort();
-    }
+    if (f.wait_for(10s) != std::future_status::ready) std::abort();
     return f.get();
 }
 
 ChannelMessage message(uint32_t a, uint32_t b) {
     ChannelMessage m;
+    for (int i = 0; i < 32; ++i) m.bytes[i] = static_cast<uint8_t>(a * 7 + b + i);
     memcpy(m.bytes, &a, 4);
     memcpy(m.bytes + 4, &b, 4);
-    for (int i = 8; i < 32; ++i) m.bytes[i] = static_cast<uint8_t>(a + b + i);
     return m;
 }
 
@@ -44,7 +40,7 @@ bool same(const ChannelMessage& x, const ChannelMessage& y) {
     return memcmp(x.bytes, y.bytes, 32) == 0;
 }
 
-TEST(BlockingIOTest, OrderAndTimedWaits) {
+TEST(BlockingIOTest, OrderTimedWaitsAndAbort) {
     zp::Blocking_IO q;
     for (const char* s : {"one", "", "three"}) EXPECT_TRUE(q.push(s));
     EXPECT_EQ(q.pop(), "one");
@@ -53,27 +49,20 @@ TEST(BlockingIOTest, OrderAndTimedWaits) {
     auto t0 = std::chrono::steady_clock::now();
     EXPECT_EQ(q.pop_for(60), "");
     EXPECT_GE(std::chrono::steady_clock::now() - t0, 60ms);
-    auto consumer = std::async(std::launch::async, [&] { return q.pop_for(10000); });
+    auto late = std::async(std::launch::async, [&] { return q.pop_for(10000); });
     std::this_thread::sleep_for(20ms);
     ASSERT_TRUE(q.push("late"));
-    EXPECT_EQ(must_finish(consumer), "late");
-}
+    EXPECT_EQ(must_finish(late), "late");
 
-TEST(BlockingIOTest, AbortIsFinalAndWakesEveryWaitingConsumer) {
-    zp::Blocking_IO q;
-    std::atomic<int> started{0};
+    // Abort wakes every waiting consumer and is final.
     std::vector<std::future<std::string>> waiting;
     for (int i = 0; i < 4; ++i)
-        waiting.push_back(std::async(std::launch::async, [&, i] {
-            ++started;
-            return i % 2 ? q.pop() : q.pop_for(60000);
-        }));
-    while (started < 4) std::this_thread::yield();
-    std::this_thread::sleep_for(30ms);  // let them reach the wait
+        waiting.push_back(
+            std::async(std::launch::async, [&, i] { return i % 2 ? q.pop() : q.pop_for(60000); }));
+    std::this_thread::sleep_for(50ms);  // let them reach the wait
     q.abort();
     for (auto& f : waiting) EXPECT_EQ(must_finish(f), "");
     EXPECT_FALSE(q.push("late"));
-    EXPECT_EQ(q.pop(), "");
 }
 
 TEST(ChannelTest, OnlyWholeMessagesAreReceived) {
@@ -82,7 +71,6 @@ TEST(ChannelTest, OnlyWholeMessagesAreReceived) {
     ASSERT_TRUE(ch.send(message(1, 2)));
     ASSERT_EQ(ch.receive(&got), 1);
     EXPECT_TRUE(same(got, message(1, 2)));
-
     ASSERT_TRUE(ch.io().push(std::string(31, 'x')));
     EXPECT_EQ(ch.receive(&got), 0);
     ASSERT_TRUE(ch.io().push(std::string(33, 'x')));
@@ -99,7 +87,6 @@ TEST(ChannelTest, NamedChannelsAreSharedAndAbortedWithTheRoot) {
     std::shared_ptr<zp::Channel> jobs = root.get("jobs");
     for (auto& f : askers) EXPECT_EQ(must_finish(f), jobs.get());
     EXPECT_NE(root.get("other"), jobs);
-
     auto receiver = std::async(std::launch::async, [&] {
         ChannelMessage m;
         return jobs->receive(&m);
@@ -107,27 +94,26 @@ TEST(ChannelTest, NamedChannelsAreSharedAndAbortedWithTheRoot) {
     std::this_thread::sleep_for(20ms);
     root.abort();
     EXPECT_EQ(must_finish(receiver), 0);
-    EXPECT_FALSE(root.get("jobs")->send(message(1, 1)));
 }
 
-// Three senders and three receivers on one channel: every message arrives whole and exactly
-// once, and each receiver sees every sender's messages in the order they were sent.
+// Three senders and three receivers: every message arrives whole and exactly once, and each
+// receiver sees every sender's messages in the order they were sent.
 TEST(ChannelTest, ManySendersAndReceiversLoseAndDuplicateNothing) {
-    constexpr uint32_t kSenders = 3, kReceivers = 3, kEach = 3000, kStop = 0xFFFFFFFFu;
+    constexpr uint32_t kSenders = 3, kEach = 3000, kStop = 0xFFFFFFFFu;
     zp::Channel ch(nullptr);
     std::vector<std::future<std::vector<uint64_t>>> receivers;
-    for (uint32_t r = 0; r < kReceivers; ++r) {
+    for (uint32_t r = 0; r < 3; ++r)
         receivers.push_back(std::async(std::launch::async, [&, r] {
             std::vector<uint64_t> got;
             int64_t last[kSenders] = {-1, -1, -1};
             ChannelMessage m;
-            for (;;) {
+            uint32_t a = 0, b = 0;
+            while (a != kStop) {
                 // Blocking and timed receivers mixed; a time-out just waits again.
                 if ((r % 2 ? ch.receive(&m) : ch.receive_for(&m, 20)) != 1) continue;
-                uint32_t a, b;
                 memcpy(&a, m.bytes, 4);
                 memcpy(&b, m.bytes + 4, 4);
-                if (a == kStop) break;
+                if (a == kStop) continue;
                 EXPECT_TRUE(same(m, message(a, b)));
                 EXPECT_GT(int64_t{b}, last[a]);
                 last[a] = b;
@@ -135,23 +121,20 @@ TEST(ChannelTest, ManySendersAndReceiversLoseAndDuplicateNothing) {
             }
             return got;
         }));
-    }
     std::vector<std::thread> senders;
     for (uint32_t s = 0; s < kSenders; ++s)
         senders.emplace_back([&, s] {
             for (uint32_t i = 0; i < kEach; ++i) EXPECT_TRUE(ch.send(message(s, i)));
         });
     for (auto& t : senders) t.join();
-    for (uint32_t r = 0; r < kReceivers; ++r) ch.send(message(kStop, 0));
-    std::set<uint64_t> all;
-    size_t total = 0;
+    for (size_t r = 0; r < receivers.size(); ++r) ch.send(message(kStop, 0));
+    std::multiset<uint64_t> all;
     for (auto& f : receivers) {
         auto got = must_finish(f);
-        total += got.size();
         all.insert(got.begin(), got.end());
     }
-    EXPECT_EQ(total, size_t{kSenders * kEach});
     EXPECT_EQ(all.size(), size_t{kSenders * kEach});
+    EXPECT_EQ(std::set<uint64_t>(all.begin(), all.end()).size(), all.size());
 }
 
 }  // namespace

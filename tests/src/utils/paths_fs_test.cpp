@@ -1,4 +1,4 @@
-// Paths and the file system: path pieces, directory walks, tree removal, stat, copy.
+// Paths and the file system: path pieces, walks, tree removal, stat, copy, same-file checks.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "support/test_support.h"
+#include "utils/same_file.h"
 #include "utils/utils.h"
 #include "utils/utils_sys.h"
 
@@ -28,26 +29,22 @@ TEST(UtilsPaths, SeparatorsEitherWay) {
     EXPECT_EQ(u.file_stem("dir.old\\x.tar.gz"), "x");
 }
 
+using Seen = std::vector<std::pair<bool, std::string>>;
+
 class UtilsFs : public testing::Test {
   protected:
-    // root/{f1, sub/{g1, deeper/{h1}}}
-    void make_tree() {
-        fs::create_directories(dir / "sub/deeper");
-        write_file(dir / "f1", "1");
-        write_file(dir / "sub/g1", "22");
-        write_file(dir / "sub/deeper/h1", "333");
-    }
-    std::vector<std::pair<bool, std::string>> walk(bool recursive, size_t stop_at = 0) {
-        std::vector<std::pair<bool, std::string>> seen;
+    Seen walk(bool recursive, size_t stop_at = 0) {
+        Seen seen;
         last_result = u.walk_dir(
             dir.str().c_str(),
             [&seen, stop_at](bool is_dir, const zp::NativeString& p) {
-                seen.emplace_back(is_dir, fs::path(p).lexically_normal().string());
+                seen.emplace_back(is_dir, norm(p));
                 return seen.size() != stop_at;
             },
             recursive);
         return seen;
     }
+    static std::string norm(const fs::path& p) { return p.lexically_normal().string(); }
 
     zp::Utils u;
     TempDir dir;
@@ -55,33 +52,22 @@ class UtilsFs : public testing::Test {
 };
 
 TEST_F(UtilsFs, WalksArePostOrderFlatOnRequestAndStoppable) {
-    make_tree();
-    auto seen = walk(true);
-    auto at = [&](const std::string& p) {
-        const std::string n = fs::path(p).lexically_normal().string();
-        for (size_t i = 0; i < seen.size(); ++i)
-            if (seen[i].second == n) return i;
-        return seen.size();
-    };
-    ASSERT_EQ(seen.size(), 6u);
+    fs::create_directories(dir / "sub");
+    write_file(dir / "sub/h1", "1");
+    EXPECT_EQ(
+        walk(true),
+        (Seen{{false, norm(dir / "sub/h1")}, {true, norm(dir / "sub")}, {true, norm(dir.str())}}));
     EXPECT_TRUE(last_result);
-    EXPECT_EQ(at(dir.str()), 5u);
-    EXPECT_LT(at(dir / "sub/deeper/h1"), at(dir / "sub/deeper"));
-    EXPECT_LT(at(dir / "sub/deeper"), at(dir / "sub"));
-    EXPECT_TRUE(seen[at(dir / "sub")].first);
-    EXPECT_FALSE(seen[at(dir / "f1")].first);
-
-    seen = walk(false);
-    ASSERT_EQ(seen.size(), 3u);
-    EXPECT_FALSE(seen[at(dir / "sub")].first) << "a flat walk reports a subdirectory as an entry";
-
-    // Stopping deep inside stops every level above as well.
-    EXPECT_EQ(walk(true, 1).size(), 1u);
+    EXPECT_EQ(walk(false), (Seen{{false, norm(dir / "sub")}, {true, norm(dir.str())}}))
+        << "a flat walk reports a subdirectory as an entry";
+    EXPECT_EQ(walk(true, 1).size(), 1u) << "stopping deep inside stops every level above";
     EXPECT_FALSE(last_result);
 }
 
 TEST_F(UtilsFs, DirectoriesAndTrees) {
-    make_tree();
+    fs::create_directories(dir / "sub/deeper");
+    write_file(dir / "sub/deeper/h1", "1");
+    write_file(dir / "f1", "1");
     EXPECT_FALSE(u.make_dir((dir / "x/y/z").c_str()));  // one level only
     EXPECT_TRUE(zp::make_dirs((dir / "x/y/z").c_str()));
     EXPECT_TRUE(u.is_dir((dir / "x/y/z").c_str()));
@@ -102,28 +88,22 @@ TEST_F(UtilsFs, DirectoriesAndTrees) {
     }
 }
 
-TEST_F(UtilsFs, StatFallsBackToOpeningTheFile) {
+TEST_F(UtilsFs, SizeCopyAndWriteabilityProbe) {
     const std::string big = dir / "sparse.bin";
     write_file(big, "");
     std::error_code ec;
     fs::resize_file(big, (5ULL << 30) + 7, ec);  // past what 32 bits hold
     const int64_t size = ec ? 0 : (5LL << 30) + 7;
     EXPECT_EQ(u.file_size(big.c_str()), size);
+    // When stat fails the size still comes from opening the file.
     auto failing_stat = [](const char*, zp::FileStat*) { return false; };
-    const zp::FileStat st = zp::stat_with_fallback(u, big.c_str(), failing_stat);
-    EXPECT_EQ(st.size, size);
-    EXPECT_EQ(st.mtime, 0);
-
-    const std::string missing = dir / "missing.bin";
+    EXPECT_EQ(zp::stat_with_fallback(u, big.c_str(), failing_stat).size, size);
     testing::internal::CaptureStderr();
-    EXPECT_EQ(u.file_size(missing.c_str()), 0);
+    EXPECT_EQ(u.file_size((dir / "none").c_str()), 0);
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "zp: [Error] _wstat64(..) < 0, path=" + missing + "\n");
-}
+              "zp: [Error] _wstat64(..) < 0, path=" + (dir / "none") + "\n");
 
-TEST_F(UtilsFs, CopyAndWriteabilityProbe) {
-    std::string payload;
-    for (int i = 0; i < 25000; ++i) payload.push_back(static_cast<char>(i * 7));  // crosses chunks
+    const std::string payload(25000, 'p');  // crosses chunks
     write_file(dir / "src", payload);
     EXPECT_EQ(u.copy_file((dir / "src").c_str(), (dir / "dst").c_str()), 0);
     EXPECT_EQ(kinefix_test::read_file(dir / "dst"), payload);
@@ -133,6 +113,20 @@ TEST_F(UtilsFs, CopyAndWriteabilityProbe) {
     EXPECT_TRUE(u.is_dir_writable(dir.str().c_str(), "~probe~.tmp"));
     EXPECT_FALSE(fs::exists(dir / "~probe~.tmp"));
     EXPECT_FALSE(u.is_dir_writable((dir / "none").c_str(), "~probe~.tmp"));
+}
+
+TEST(SameFileTest, OneFileUnderOtherNamesOnly) {
+    TempDir dir;
+    const std::string a = dir / "a.mp4", b = dir / "b.mp4", hard = dir / "hard.mp4";
+    write_file(a, "same bytes");
+    write_file(b, "same bytes");
+    fs::create_directory(dir.path() / "sub");
+    fs::create_hard_link(a, hard);
+    EXPECT_TRUE(zp::same_file(a.c_str(), (dir.str() + "/sub/../a.mp4").c_str()));
+    EXPECT_TRUE(zp::same_file(hard.c_str(), a.c_str()));
+    EXPECT_FALSE(zp::same_file(a.c_str(), b.c_str()));  // equal content is not the same file
+    EXPECT_FALSE(zp::same_file((dir / "none").c_str(), (dir / "none").c_str()));
+    EXPECT_FALSE(zp::same_file(a.c_str(), nullptr));
 }
 
 }  // namespace
