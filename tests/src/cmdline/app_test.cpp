@@ -53,19 +53,6 @@ TEST(App, RecordPrintsStartUpNamesAndData) {
               "-------------------------------\n\n");
 }
 
-TEST(App, DataForwards) {
-    zp::App app;
-    Value def, text;
-    def.set_string("none");
-    text.set_string("[i]12");
-    EXPECT_EQ(app.get_data("n", def, true).as_string(), "none");
-    EXPECT_TRUE(app.set_data("n", text, "me"));
-    EXPECT_EQ(app.get_data("n", def, false).write(), "[str:5][i]12");
-    EXPECT_EQ(app.get_data("n", def, true).write(), "[i]12");
-    EXPECT_FALSE(app.remove_data("n", "someone else"));
-    EXPECT_TRUE(app.remove_data("n", "me"));
-}
-
 // The setter lines go through the root's logger without any prefix.
 TEST(App, SettersAreLoggedAtDebugLevel) {
     kinefix_test::TempDir home;
