@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <string>
@@ -26,52 +25,38 @@ int restore_text_fuzz_one(const uint8_t* data, size_t size);
 
 namespace {
 
-namespace fs = std::filesystem;
+struct Target {
+    const char* corpus;
+    int (*one)(const uint8_t*, size_t);
+};
 
-using Target = int (*)(const uint8_t*, size_t);
+class FuzzCorpusReplay : public ::testing::TestWithParam<Target> {};
 
-// Runs every file of the target's corpus; a property the target checks aborts the process.
-size_t Replay(const std::string& name, Target target) {
-    const fs::path dir = fs::path(KINEFIX_FUZZ_CORPUS) / name;
-    std::vector<fs::path> files;
-    for (const auto& e : fs::directory_iterator(dir))
+// A property the target checks aborts the process.
+TEST_P(FuzzCorpusReplay, EveryStoredInputPasses) {
+    if (GetParam().one == index_fuzz_one) index_fuzz_init(nullptr, nullptr);
+    std::vector<std::filesystem::path> files;
+    for (const auto& e : std::filesystem::directory_iterator(std::string(KINEFIX_FUZZ_CORPUS) +
+                                                             "/" + GetParam().corpus))
         if (e.is_regular_file() && e.path().filename().string()[0] != '.')
             files.push_back(e.path());
     std::sort(files.begin(), files.end());
+    EXPECT_FALSE(files.empty());
     for (const auto& f : files) {
-        SCOPED_TRACE(f.string());
         const std::string bytes = kinefix_test::read_file(f.string());
-        EXPECT_EQ(target(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()), 0);
+        EXPECT_EQ(GetParam().one(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()), 0)
+            << f;
     }
-    return files.size();
 }
 
-TEST(FuzzCorpusReplay, ObjectText) {
-    EXPECT_GT(Replay("object_text", object_text_fuzz_one), 0u);
-}
-
-TEST(FuzzCorpusReplay, IndexThroughRepair) {
-    index_fuzz_init(nullptr, nullptr);
-    EXPECT_GT(Replay("index", index_fuzz_one), 0u);
-}
-
-TEST(FuzzCorpusReplay, PacketEntry) {
-    EXPECT_GT(Replay("packet_entry", packet_entry_fuzz_one), 0u);
-}
-TEST(FuzzCorpusReplay, ValueRead) {
-    EXPECT_GT(Replay("value_read", value_read_fuzz_one), 0u);
-}
-TEST(FuzzCorpusReplay, Cmdline) {
-    EXPECT_GT(Replay("cmdline", cmdline_fuzz_one), 0u);
-}
-TEST(FuzzCorpusReplay, Config) {
-    EXPECT_GT(Replay("config", config_fuzz_one), 0u);
-}
-TEST(FuzzCorpusReplay, Codec) {
-    EXPECT_GT(Replay("codec", codec_fuzz_one), 0u);
-}
-TEST(FuzzCorpusReplay, RestoreText) {
-    EXPECT_GT(Replay("restore_text", restore_text_fuzz_one), 0u);
-}
+INSTANTIATE_TEST_SUITE_P(
+    Targets, FuzzCorpusReplay,
+    ::testing::Values(Target{"object_text", object_text_fuzz_one}, Target{"index", index_fuzz_one},
+                      Target{"packet_entry", packet_entry_fuzz_one},
+                      Target{"value_read", value_read_fuzz_one},
+                      Target{"cmdline", cmdline_fuzz_one}, Target{"config", config_fuzz_one},
+                      Target{"codec", codec_fuzz_one},
+                      Target{"restore_text", restore_text_fuzz_one}),
+    [](const ::testing::TestParamInfo<Target>& info) { return std::string(info.param.corpus); });
 
 }  // namespace
