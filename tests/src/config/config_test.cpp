@@ -1,4 +1,4 @@
-// Config store: file reading, the key limit, the text cache and saving.
+// Config store: file reading, the key limit and saving.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -40,18 +40,6 @@ TEST(ConfigTest, KeyOf511BytesIsAcceptedAnd512Refused) {
     EXPECT_EQ(
         testing::internal::GetCapturedStderr(),
         "[zp::Config] ERROR, 'key' is too long (limit=511): strlen(key)=512, " + longer + "\n");
-}
-
-TEST(ConfigTest, CacheTrimsToSeventyAfterAHundred) {
-    TempDir dir;
-    zp::Config c((dir / "m.conf").c_str(), nullptr);
-    c.set("k", "v");
-    for (int i = 0; i < 101; ++i) c.get_text("k");
-    testing::internal::CaptureStderr();
-    EXPECT_STREQ(c.get_text("k"), "v");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "[zp::Config] : cache is full(n>100), reserve 70\n");
-    EXPECT_EQ(c.cache_size(), 71u);
 }
 
 TEST(ConfigTest, SaveRewritesOnlyAChangedStoreInKeyOrder) {

@@ -5,7 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "log/log.h"
 #include "log/logger.h"
 #include "support/test_support.h"
 
@@ -65,10 +64,6 @@ TEST(LoggerTest, BorrowedStreamIsUsedAndNotClosed) {
     log.set_stream(nullptr);
     fclose(mine);
     EXPECT_FALSE(kinefix_test::fs::exists(path));
-}
-
-TEST(LogMacroTest, SourceNameIsTheFileNameOnEitherSeparator) {
-    EXPECT_STREQ(zp::source_name("C:\\work\\restore/moov_parser.cpp"), "moov_parser.cpp");
 }
 
 }  // namespace
