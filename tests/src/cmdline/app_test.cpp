@@ -31,8 +31,6 @@ TEST(App, RecordPrintsStartUpNamesAndData) {
     Value v;
     v.set_int(7);
     app.set_data("runs", v);
-    v.set_string("x");
-    app.set_data("a", v);
     kinefix_test::TempDir dir;
     const std::string path = dir / "app.txt";
     FILE* f = std::fopen(path.c_str(), "w");
@@ -48,7 +46,6 @@ TEST(App, RecordPrintsStartUpNamesAndData) {
               ">> organization  = Tavrik\n"
               ">> release_time  = \n"
               ">> describe      = \n"
-              "   [data] a = [str:1]x\n"
               "   [data] runs = [i]7\n"
               "-------------------------------\n\n");
 }

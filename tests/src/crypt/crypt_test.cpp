@@ -51,11 +51,9 @@ TEST(ProtectTest, RoundTripsThroughUnitsTextAndHex) {
         const std::string text = crypt().protect_text(clear);
         EXPECT_EQ(text.rfind(zp::Crypt::text_marker(), 0), 0u);
         EXPECT_EQ(crypt().restore_text(text), clear);
-        std::string hex;
-        for (uint16_t u : units) {
-            const uint8_t le[2] = {static_cast<uint8_t>(u & 0xff), static_cast<uint8_t>(u >> 8)};
-            hex += crypt().hex_encode(le, 2);
-        }
+        // Hex of the units' little-endian bytes, as the hex macros keep them.
+        const std::string hex = crypt().hex_encode(reinterpret_cast<const uint8_t*>(units.data()),
+                                                   units.size() * sizeof(uint16_t));
         EXPECT_EQ(crypt().hex_decrypt(hex.c_str()), clear);
         // The stored bytes must not show the text, nor any 4-byte run of it.
         const std::string stored(reinterpret_cast<const char*>(units.data()), units.size() * 2);
@@ -73,9 +71,6 @@ TEST(ProtectTest, DamagedProtectedDataGivesEmptyText) {
         bad[i] ^= 0x0100;
         EXPECT_EQ(crypt().decrypt(bad.data(), bad.size()), "") << i;
     }
-    EXPECT_EQ(crypt().decrypt(units.data(), units.size() - 1), "");
-    EXPECT_EQ(crypt().restore_text(zp::Crypt::text_marker() + std::string("QUJD")), "")
-        << "odd byte count";
 }
 
 const Bytes kSps{0x67, 0x64, 0x00, 0x1f, 0xac, 0xd9, 0x40};

@@ -36,7 +36,6 @@ TEST(ValueRead, TextsAgainstWhatTheValueWritesBack) {
         {"[b]TRUE", "[b]false"},
         {"[v]0x1f", "[v]000000000000001F"},
         {"[str:2]abc", "[str:2]ab"},
-        {"[str:99]abc", "[str:3]abc"},
         {"[listing:1]xy", "[list:2]xy"},  // a length only right after the tag word
         // A written error loses as many trailing bytes as its code and comma take.
         {"[err:7]-3,no file", "[err:4]-3,no f"},
@@ -54,18 +53,6 @@ TEST(ValueRead, TextsAgainstWhatTheValueWritesBack) {
     EXPECT_STREQ(v.payload(), "abc");
 }
 
-TEST(ValueWrite, KindsWithoutAReadBack) {
-    static char block[8];
-    Value v;
-    v.set_ptr_size(block, 8);
-    const std::string text =
-        "[ptr]" + std::to_string(static_cast<unsigned long long>(uintptr_t(block))) + ",8";
-    EXPECT_EQ(v.write(), text);
-    EXPECT_EQ(read_text(text.c_str()).as_pointer(), block);
-    v.set_error(-3, "no file");
-    EXPECT_EQ(v.write(), "[err:7]-3,no file");
-}
-
 TEST(ValueAccess, ReadReplacesEverythingAndNumbersConvert) {
     Value v;
     v.set_string("old");
@@ -74,8 +61,6 @@ TEST(ValueAccess, ReadReplacesEverythingAndNumbersConvert) {
     EXPECT_EQ(v.payload(), nullptr);
     EXPECT_EQ(v.flag(2), 0);
     EXPECT_EQ(v.as_int(), INT32_MAX);
-    v.set_string("12");
-    EXPECT_EQ(v.as_int(), 0);
 }
 
 TEST(ValueCopy, PayloadIsDuplicatedBlockIsShared) {
@@ -92,7 +77,6 @@ TEST(ValueCopy, PayloadIsDuplicatedBlockIsShared) {
     EXPECT_EQ(c.write(), "[str:3]abc");
     Value d(std::move(c));  // a source left holding the payload would free it twice
     EXPECT_EQ(d.as_string(), "abc");
-
     // A stack block: any attempt to free it would be caught by the sanitizer.
     char block[16] = "shared";
     {
@@ -103,7 +87,6 @@ TEST(ValueCopy, PayloadIsDuplicatedBlockIsShared) {
         q.set_int(1);
     }
     EXPECT_STREQ(block, "shared");
-
     Value::set_allocator([](size_t) -> void* { return nullptr; });
     Value e(a);
     Value::set_allocator(nullptr);
