@@ -1,5 +1,4 @@
-// zp::Signal: exact keys and ids, filters by pattern, removal, the bus's messages, callbacks
-// that change the bus, and emission racing with connection.
+// zp::Signal: keys, ids, filters, removal, its messages, re-entry and racing emission.
 #include "signal/signal.h"
 
 #include <gtest/gtest.h>
@@ -34,31 +33,28 @@ class SignalTest : public testing::Test {
     Log log;
 };
 
-TEST_F(SignalTest, ListenersByKeyAndIdInConnectionOrder) {
+TEST_F(SignalTest, ListenersAndFiltersWithUniqueIds) {
     int arg = 5;
     ASSERT_TRUE(bus.connect("k", recorder(&log, "a"), 3));
     ASSERT_TRUE(bus.connect(
         "k",
         [&](const char*, void* a, const Value& v) { log.push_back(a == &arg ? v.write() : "?"); },
         -1));
-    ASSERT_TRUE(bus.connect("k", recorder(&log, "c"), -1));  // id -1 may repeat
-    ASSERT_TRUE(bus.connect("k2", recorder(&log, "other"), 3));
+    ASSERT_TRUE(bus.connect("k", recorder(&log, "c"), -1));      // id -1 may repeat
+    ASSERT_TRUE(bus.connect("k2", recorder(&log, "other"), 3));  // ids are per key
+    ASSERT_TRUE(bus.connect("job.*", recorder(&log, "job"), 2));
     CaptureStderr();
     EXPECT_FALSE(bus.connect("k", recorder(&log, "dup"), 3));
+    EXPECT_FALSE(bus.connect("*", recorder(&log, "all"), 2));  // filter ids: whatever the pattern
     EXPECT_EQ(GetCapturedStderr(),
-              "[Signal] (Warnning): connect 'key=k, id=3' already exist !\n\n");
+              "[Signal] (Warnning): connect 'key=k, id=3' already exist !\n\n"
+              "[Signal] (Warnning): filter 'keys=*, id=2' already exist !\n\n");
+    EXPECT_EQ(bus.registrations(), 5);
     bus.emit("k", &arg, int_value(42));
     EXPECT_EQ(log, (Log{"a:k", "[i]42", "c:k"}));
-    EXPECT_EQ(bus.registrations(), 4);
-}
-
-TEST_F(SignalTest, FiltersMatchLeadingAndTrailingStarsWithUniqueIds) {
-    ASSERT_TRUE(bus.connect("job.*", recorder(&log, "job"), 2));
+    // Filters match a leading or trailing star, case and all.
+    log.clear();
     ASSERT_TRUE(bus.connect("*.done", recorder(&log, "done"), -1));
-    CaptureStderr();
-    EXPECT_FALSE(bus.connect("*", recorder(&log, "all"), 2));
-    EXPECT_EQ(GetCapturedStderr(),
-              "[Signal] (Warnning): filter 'keys=*, id=2' already exist !\n\n");
     CaptureStderr();
     for (const char* key : {"job.start", "jobs", "task.done", "Task.DONE"})
         bus.emit(key, nullptr, int_value(1));
@@ -75,15 +71,12 @@ TEST_F(SignalTest, RemoveByKeyAndId) {
     ASSERT_TRUE(bus.connect("k.*", recorder(&log, "kk"), 2));
     CaptureStderr();
     EXPECT_FALSE(bus.remove("k", -1));
-    EXPECT_FALSE(bus.remove("k", 9));
-    EXPECT_EQ(GetCapturedStderr(), "");
-    CaptureStderr();
     EXPECT_TRUE(bus.remove("k", 1));
     EXPECT_TRUE(bus.remove("k.*", 1));  // a pattern takes the first filter with that id
+    EXPECT_FALSE(bus.remove("k", 1));
     EXPECT_EQ(GetCapturedStderr(),
               "[Singal] remove listener 'key=k, id=1' OK !!!\n\n"
               "[Singal] remove filter 'id=1, describ=k.*' OK !!!\n\n");
-    EXPECT_FALSE(bus.remove("k", 1));
     bus.emit("k", nullptr, Value());
     bus.emit("k.done", nullptr, Value());
     EXPECT_EQ(log, (Log{"two:k", "kk:k.done"}));
@@ -114,14 +107,12 @@ TEST_F(SignalTest, CallbacksMayChangeTheBus) {
 // steady receivers see every emission exactly once.
 TEST_F(SignalTest, EmissionRacesWithConnectionAndRemoval) {
     constexpr int kEmitters = 3, kEach = 2000;
-    std::atomic<int> steady{0}, churn{0}, rounds{0};
+    std::atomic<int> steady{0}, churn{0}, rounds{0}, stop{0};
     auto count = [](std::atomic<int>* n) {
         return [n](const char*, void*, const Value&) { ++*n; };
     };
     ASSERT_TRUE(bus.connect("evt", count(&steady), 1));
     ASSERT_TRUE(bus.connect("ev*", count(&steady), 1));
-
-    std::atomic<bool> stop{false};
     CaptureStderr();  // the removals print their lines
     std::vector<std::thread> churners;
     for (int c = 0; c < 2; ++c)
@@ -140,7 +131,7 @@ TEST_F(SignalTest, EmissionRacesWithConnectionAndRemoval) {
             for (int i = 0; i < kEach; ++i) bus.emit("evt", nullptr, int_value(9));
         });
     for (auto& t : emitters) t.join();
-    stop = true;
+    stop = 1;
     for (auto& t : churners) t.join();
     GetCapturedStderr();
     EXPECT_EQ(steady.load(), 2 * kEmitters * kEach);

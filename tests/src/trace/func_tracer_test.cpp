@@ -1,5 +1,5 @@
 // zp::Func_Tracer and ScopeTrace: line shapes, nesting and its cap, lazy file opening, the
-// fall-back to standard error, the sink, and tracing from several threads.
+// fall-back to standard error, and tracing from several threads.
 #include "trace/func_tracer.h"
 
 #include <gtest/gtest.h>
@@ -49,7 +49,7 @@ class FuncTracerTest : public testing::Test {
     Func_Tracer t{"", "Test", nullptr};
 };
 
-TEST_F(FuncTracerTest, ScopesNestAndExitLinesCarryTheirDuration) {
+TEST_F(FuncTracerTest, ScopesNestUpToACapAndExitLinesCarryTheirDuration) {
     {
         ScopeTrace outer(&t, "run", "main.cpp", 12);
         ScopeTrace inner(&t, "step", "engine.cpp", 40);
@@ -57,8 +57,10 @@ TEST_F(FuncTracerTest, ScopesNestAndExitLinesCarryTheirDuration) {
         inner.close();
         ScopeTrace none(nullptr, "ignored", "x.cpp", 51);
     }
+    for (int i = 1; i <= 41; ++i) t.enter("f", "deep.cpp", i);
+    t.enter(std::string(1000, 'x').c_str(), "long.cpp", 1);
     auto lines = this->lines();
-    ASSERT_EQ(lines.size(), 4u);
+    ASSERT_EQ(lines.size(), 46u);
     EXPECT_EQ(lines[0], head(1) + "|__[12]main.cpp run");
     EXPECT_EQ(lines[1], head(2) + "|__[40]engine.cpp step");
     std::smatch m;
@@ -66,16 +68,10 @@ TEST_F(FuncTracerTest, ScopesNestAndExitLinesCarryTheirDuration) {
     EXPECT_EQ(m[1].str(), head(2));
     EXPECT_GE(std::stod(m[2]), 20000.0);
     EXPECT_EQ(lines[3].substr(0, head(1).size() + 8), head(1) + "|__[12]@");
-}
-
-TEST_F(FuncTracerTest, IndentAndLineLengthAreCapped) {
-    for (int i = 1; i <= 41; ++i) t.enter("f", "deep.cpp", i);
-    t.enter(std::string(1000, 'x').c_str(), "long.cpp", 1);
-    auto lines = this->lines();
-    ASSERT_EQ(lines.size(), 42u);
-    EXPECT_EQ(lines[39], head(40) + "|__[40]deep.cpp f");
-    EXPECT_EQ(lines[40], head(40) + "..|__[41]deep.cpp f");
-    EXPECT_EQ(lines[41].size(), size_t{Func_Tracer::kLineSize - 1});  // newline cut off too
+    // The indent stops at 160 characters; a line stops at the buffer, newline included.
+    EXPECT_EQ(lines[43], head(40) + "|__[40]deep.cpp f");
+    EXPECT_EQ(lines[44], head(40) + "..|__[41]deep.cpp f");
+    EXPECT_EQ(lines[45].size(), size_t{Func_Tracer::kLineSize - 1});
 }
 
 TEST_F(FuncTracerTest, FileOpensAtTheFirstEntryOrFallsBackToStandardError) {
@@ -94,18 +90,6 @@ TEST_F(FuncTracerTest, FileOpensAtTheFirstEntryOrFallsBackToStandardError) {
     const std::string err = testing::internal::GetCapturedStderr();
     EXPECT_EQ(err.find("===+===+===+===+===+===+=== "), 0u) << err;
     EXPECT_NE(err.find(head(1) + "|__[5]m.cpp run\n"), std::string::npos) << err;
-}
-
-TEST_F(FuncTracerTest, SinkTakesTheLinesInsteadOfTheStream) {
-    std::vector<std::string> got;
-    Func_Tracer::sink() = [&](const char* text, const char* module, int line) {
-        got.push_back(std::string(module) + ":" + std::to_string(line) + ":" + text);
-    };
-    t.leave(9, t.enter("run", "main.cpp", 8));
-    Func_Tracer::sink() = nullptr;
-    EXPECT_TRUE(lines().empty());
-    ASSERT_EQ(got.size(), 2u);
-    EXPECT_EQ(got[0], "Test:8:" + head(1) + "|__[8]main.cpp run\n");
 }
 
 // The depth is shared by all threads; every line stays whole and the tree closes at the end.
