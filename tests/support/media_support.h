@@ -34,8 +34,7 @@ inline std::string make_recording(const std::string& path, const RecordingPlan& 
         args.insert(args.end(),
                     {"-f", "lavfi", "-i", "testsrc=size=320x240:rate=25:duration=" + t});
     if (plan.audio)
-        args.insert(args.end(),
-                    {"-f", "lavfi", "-i", "sine=frequency=440:sample_rate=48000:duration=" + t});
+        args.insert(args.end(), {"-f", "lavfi", "-i", "sine=sample_rate=48000:duration=" + t});
     if (plan.video)
         args.insert(args.end(), {"-c:v", "libx264", "-preset", "ultrafast", "-bf",
                                  plan.bframes ? "2" : "0", "-g", "25", "-pix_fmt", "yuv420p"});
@@ -47,46 +46,30 @@ inline std::string make_recording(const std::string& path, const RecordingPlan& 
 }
 
 // Offset and size of the first top-level ISO media box of that type; offset -1 when absent.
-struct Box {
-    int64_t offset = -1;
-    int64_t size = -1;
-};
-
-inline Box find_top_box(const std::string& path, const std::string& type) {
+inline std::pair<int64_t, int64_t> find_top_box(const std::string& path, const char* type) {
     const std::string data = read_file(path);
-    for (size_t pos = 0; pos + 8 <= data.size();) {
-        uint64_t size = 0;
+    for (size_t pos = 0, size = 0; pos + 8 <= data.size(); pos += size) {
+        size = 0;
         for (size_t i = 0; i < 4; ++i) size = (size << 8) | static_cast<uint8_t>(data[pos + i]);
-        if (size == 1 && pos + 16 <= data.size()) {
-            size = 0;
-            for (size_t i = 8; i < 16; ++i) size = (size << 8) | static_cast<uint8_t>(data[pos + i]);
-        } else if (size == 0) {
-            size = data.size() - pos;
-        }
-        if (size < 8) break;
+        if (size < 8) break;  // 64-bit and open-ended sizes do not occur in these recordings
         if (data.compare(pos + 4, 4, type) == 0)
             return {static_cast<int64_t>(pos), static_cast<int64_t>(size)};
-        pos += size;
     }
-    return {};
+    return {-1, -1};
 }
 
 // Renames the 'moov' box to a type no reader looks into: the media bytes stay where they were,
 // as after a crash that left the index unwritten.
 inline bool destroy_moov(const std::string& path) {
-    const Box moov = find_top_box(path, "moov");
-    if (moov.offset < 0) return false;
+    const int64_t at = find_top_box(path, "moov").first;
     std::fstream f(path, std::ios::in | std::ios::out | std::ios::binary);
-    f.seekp(moov.offset + 4);
-    f.write("dead", 4);
-    return static_cast<bool>(f);
+    return at >= 0 && f.seekp(at + 4).write("dead", 4);
 }
 
 // Packets as `ffmpeg -c copy -f framemd5` reports them, times in seconds, per stream.
 struct FramePacket {
     double dts = 0;
     double pts = 0;
-    long size = 0;
     std::string md5;
 };
 
@@ -107,18 +90,14 @@ inline FrameReport frame_report(const std::string& path, const TempDir& scratch)
     rep.error = r.err;
     for (const std::string& line : lines_of(r.out)) {
         int s = 0;
-        long num = 0, den = 0;
+        long num = 0, den = 0, size = 0;
+        long long dts = 0, pts = 0, dur = 0;
+        char md5[64] = {0};
         if (sscanf(line.c_str(), "#tb %d: %ld/%ld", &s, &num, &den) == 3 && den > 0)
             rep.tick[s] = static_cast<double>(num) / static_cast<double>(den);
-        long long dts = 0, pts = 0, dur = 0;
-        long size = 0;
-        char md5[64] = {0};
-        if (line.empty() || line[0] == '#' ||
-            sscanf(line.c_str(), "%d, %lld, %lld, %lld, %ld, %32s", &s, &dts, &pts, &dur, &size,
-                   md5) != 6)
-            continue;
-        const double t = rep.tick.count(s) ? rep.tick[s] : 1.0;
-        rep.streams[s].push_back({dts * t, pts * t, size, md5});
+        else if (line[0] != '#' && sscanf(line.c_str(), "%d, %lld, %lld, %lld, %ld, %32s", &s, &dts,
+                                          &pts, &dur, &size, md5) == 6)
+            rep.streams[s].push_back({dts * rep.tick[s], pts * rep.tick[s], md5});
     }
     return rep;
 }
@@ -130,32 +109,22 @@ inline std::string decode_errors(const std::string& path, const TempDir& scratch
     return r.exit_code != 0 ? "exit " + std::to_string(r.exit_code) + ": " + r.err : r.err;
 }
 
-inline bool probe_reads(const std::string& path, const TempDir& scratch) {
-    return run("ffprobe", {"-v", "error", path}, isolated_env(scratch), scratch).exit_code == 0;
-}
-
-// A scratch home for runs of kinefix and kinefix-index, with the log they write there.
+// A scratch home for runs of kinefix and its tools, with the log they write there.
 class Workspace {
   public:
     std::string operator/(const std::string& name) const { return dir_ / name; }
     const TempDir& dir() const { return dir_; }
 
-    RunResult kinefix(const std::vector<std::string>& args) const { return tool("kinefix", args); }
-    RunResult index(const std::vector<std::string>& args) const {
-        return tool("kinefix-index", args);
-    }
     RunResult tool(const std::string& name, const std::vector<std::string>& args) const {
         return run(bin_dir() + "/" + name, args, isolated_env(dir_), dir_);
     }
+    RunResult kinefix(const std::vector<std::string>& args) const { return tool("kinefix", args); }
 
-    // The day's log of module "Admin".
     std::string log() const {
         std::string text;
         std::error_code ec;
         for (const auto& e : fs::directory_iterator(dir_.path() / "state/kinefix/log", ec))
-            if (std::regex_match(e.path().filename().string(),
-                                 std::regex(R"(Admin\d{4}-\d{2}-\d{2}\.log)")))
-                text += read_file(e.path().string());
+            if (e.path().extension() == ".log") text += read_file(e.path().string());
         return text;
     }
 
@@ -166,12 +135,10 @@ class Workspace {
         const std::string path = *this / name;
         const std::string error = make_recording(path, plan, dir_);
         index_options.insert(index_options.end(), {path, index_path});
-        const RunResult r = error.empty() ? index(index_options) : RunResult{};
-        if (r.exit_code != 0) {
-            ADD_FAILURE() << error << r.err;
-            return std::string();
-        }
-        return path;
+        const RunResult r = error.empty() ? tool("kinefix-index", index_options) : RunResult{};
+        if (r.exit_code == 0) return path;
+        ADD_FAILURE() << error << r.err;
+        return std::string();
     }
 
   private:
@@ -192,46 +159,39 @@ inline void expect_repair_stdout(const std::string& out, size_t repaired_lines) 
     const std::vector<std::string> lines = lines_of(out);
     const size_t progress = repaired_lines / 10;
     ASSERT_EQ(lines.size(), 5 + progress + 2) << out;
-    EXPECT_EQ(lines[0], "==============================");
-    EXPECT_TRUE(std::regex_match(lines[1], std::regex(R"(Kinefix \(.+\))"))) << lines[1];
-    EXPECT_EQ(lines[2], "version: 1.1.0");
-    EXPECT_EQ(lines[3], "release: 2023.05.10");
-    EXPECT_EQ(lines[4], lines[0]);
+    EXPECT_EQ(out.rfind("==============================\nKinefix (https://kinefix.example.org)\n"
+                        "version: 1.1.0\nrelease: 2023.05.10\n==============================\n",
+                        0),
+              0u)
+        << out;
     double last = 0.0;
     for (size_t i = 5; i < 5 + progress; ++i) {
         ASSERT_TRUE(std::regex_match(lines[i], std::regex(R"(progress:0\.\d{6})"))) << lines[i];
         EXPECT_GE(std::stod(lines[i].substr(9)), last) << lines[i];
         last = std::stod(lines[i].substr(9));
     }
-    EXPECT_EQ(lines[5 + progress], "progress:1.0");
-    EXPECT_EQ(lines[6 + progress], "End");
+    EXPECT_EQ(lines[5 + progress] + "|" + lines[6 + progress], "progress:1.0|End");
 }
 
-// The same packets stream by stream: sizes and MD5s equal, times equal up to one constant shift
-// (a muxer may start its clock at zero) within a tick; `exact_times` allows no shift and
-// compares decoding times too.
+// The same packets stream by stream: MD5s equal, times equal up to one constant shift (a muxer
+// may start its clock at zero) within a tick; `exact_times` allows no shift and compares
+// decoding times too.
 inline void expect_same_packets(const FrameReport& original, const FrameReport& repaired,
                                 bool exact_times) {
-    ASSERT_TRUE(original.ok) << original.error;
-    ASSERT_TRUE(repaired.ok) << repaired.error;
+    ASSERT_TRUE(original.ok && repaired.ok) << original.error << repaired.error;
     ASSERT_EQ(original.streams.size(), repaired.streams.size());
-    ASSERT_FALSE(original.streams.empty());
-    const double shift = repaired.streams.begin()->second.at(0).pts -
-                         original.streams.begin()->second.at(0).pts;
+    const double shift =
+        repaired.streams.begin()->second.at(0).pts - original.streams.begin()->second.at(0).pts;
     for (const auto& [index, packets] : original.streams) {
         const auto& got = repaired.streams.at(index);
         ASSERT_EQ(got.size(), packets.size()) << "stream " << index;
         const double tol = std::max(original.tick.at(index), repaired.tick.at(index)) + 1e-9;
-        if (exact_times) {
-            EXPECT_LE(std::fabs(shift), tol);
-        }
+        EXPECT_TRUE(!exact_times || std::fabs(shift) <= tol) << shift;
         for (size_t i = 0; i < packets.size(); ++i) {
             SCOPED_TRACE("stream " + std::to_string(index) + " packet " + std::to_string(i));
             ASSERT_EQ(got[i].md5, packets[i].md5);
             EXPECT_NEAR(got[i].pts - shift, packets[i].pts, tol);
-            if (exact_times) {
-                EXPECT_NEAR(got[i].dts, packets[i].dts, tol);
-            }
+            EXPECT_TRUE(!exact_times || std::fabs(got[i].dts - packets[i].dts) <= tol);
         }
     }
 }
