@@ -113,10 +113,6 @@ TEST(CutRecordingTest, KeepsEveryPacketBeforeTheCutAndReportsTheIgnoredLines) {
     EXPECT_EQ(kept, whole);
 }
 
-bool Has(const std::string& haystack, const std::string& needle) {
-    return haystack.find(needle) != std::string::npos;
-}
-
 TEST(ContractTest, WriteErrorsAndRejectedLinesKeepTheRunGoing) {
     Workspace ws;
     write_file(ws / "data.bin", std::string(400, 'x'));
@@ -127,17 +123,9 @@ TEST(ContractTest, WriteErrorsAndRejectedLinesKeepTheRunGoing) {
                "{\"type\":\"audio\",\"index\":0,\"codec\":\"aac\",\"format\":\"fltp\",\"tb.num\":1,"
                "\"tb.den\":48000,\"channels\":2,\"sample_rate\":48000,\"frame_size\":1024,"
                "\"ev\":\"EZA=\"}\n"
-               "0,0,10,1024,,,1;\n"
-               "5,,10,1024,,,1;\n"
-               "-1,,10,1024,,,1;\n"
-               "1,,10,1024,,,1;\n"
-               "0,,10,1024,,,1;0,,10,1024,,,1;\n"
-               "0,,10,-4096,,,1;\n"
-               "0,,10,5120,,,1\n"
-               "0,,10,1024,,,1;\n"
-               "0,,10,1024,,,1;\n"
-               "0,,10,1024,,,1;\n"
-               "0,,10,1024,,,1;\n"
+               "0,0,10,1024,,,1;\n5,,10,1024,,,1;\n-1,,10,1024,,,1;\n1,,10,1024,,,1;\n"
+               "0,,10,1024,,,1;0,,10,1024,,,1;\n0,,10,-4096,,,1;\n0,,10,5120,,,1\n"
+               "0,,10,1024,,,1;\n0,,10,1024,,,1;\n0,,10,1024,,,1;\n0,,10,1024,,,1;\n"
                "0,,10,-8192,,,1;\n");
     const RunResult r = ws.kinefix({ws / "data.bin", ws / "a.idx", ws / "out.mkv"});
     ASSERT_EQ(r.exit_code, 0) << r.err;
@@ -154,8 +142,7 @@ TEST(ContractTest, WriteErrorsAndRejectedLinesKeepTheRunGoing) {
     // Past 0.9 of the index a write error stays off standard output except its own line.
     EXPECT_EQ(lines[8],
               "pts:0 pts_time:0 dts:0 dts_time:0 duration:21 duration_time:0 stream_index:0");
-    EXPECT_EQ(lines[9], "progress:1.0");
-    EXPECT_EQ(lines[10], "End");
+    EXPECT_EQ(lines[9] + "|" + lines[10], "progress:1.0|End");
 
     const std::string log = ws.log();
     for (const char* text :
@@ -163,7 +150,7 @@ TEST(ContractTest, WriteErrorsAndRejectedLinesKeepTheRunGoing) {
           "\"===> stream.idx=-1 不合法，moov已处理 5 行(",
           "\"===> stream.idx=1 不合法，moov已处理 6 行(", "\"@@ moov已处理 8 行(",
           "; write frame err: Invalid argument, next=;\n\""})
-        EXPECT_TRUE(Has(log, text)) << text << "\n" << log;
+        EXPECT_NE(log.find(text), std::string::npos) << text << "\n" << log;
 
     // Every accepted entry written, the clock going on from the refused ones: 1024, 2048,
     // 3072, then 4096 (no ";") up to 8192.
