@@ -32,6 +32,7 @@ class TracedPool {
         std::string out(static_cast<size_t>(ftell(log_)), '\0');
         rewind(log_);
         out.resize(fread(&out[0], 1, out.size(), log_));
+        fseek(log_, 0, SEEK_END);  // the pool writes next: no read may be pending
         return out;
     }
     size_t count(const std::string& line) {
