@@ -23,12 +23,7 @@ Logger::Logger(const char* path, Admin* owner)
 
 Logger::~Logger() {
     if (stream_ != nullptr) fputs("\n", stream_);
-    {
-        MutexGuard g(lock_);
-        if (stream_ != nullptr && !borrowed_) fclose(stream_);
-        stream_ = stderr;
-        borrowed_ = true;
-    }
+    set_stream(stderr);
     free(path_);
     free(tag_);
 }
