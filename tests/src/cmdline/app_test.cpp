@@ -33,7 +33,7 @@ TEST(App, RecordPrintsStartUpNamesAndData) {
     app.set_data("runs", v);
     kinefix_test::TempDir dir;
     const std::string path = dir / "app.txt";
-    FILE* f = std::fopen(path.c_str(), "w");
+    FILE* f = std::fopen(path.c_str(), "wb");
     ASSERT_NE(f, nullptr);
     app.print(f);
     std::fclose(f);
