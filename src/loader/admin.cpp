@@ -46,12 +46,21 @@ bool take_override(Utils* u, const std::string& dir) {
     return false;
 }
 
+// A candidate's directory named after the program; empty for a root that is not set or is the
+// filesystem root itself.
+std::string join_named(const std::string& root) {
+    if (root.empty() || root == "/" || root == "\\") return std::string();
+    return join(root, g_programName);
+}
+
 std::string resolve_base_dir(Utils* u) {
-    // Candidates in order; one whose environment names no directory is skipped.
-    const std::string roots[] = {local_data_dir(), home_dir(), app_data_dir(), g_programDir};
-    for (const std::string& root : roots) {
-        if (root.empty()) continue;
-        const std::string dir = join(root, g_programName);
+    // Candidates in order; one whose environment names no directory is skipped. None of them
+    // may be the filesystem root: nothing is ever written there.
+    const std::string dirs[] = {join_named(local_data_dir()), join_named(home_dir()),
+                                join_named(app_data_dir()),
+                                last_resort_dir(g_programDir, g_programName)};
+    for (const std::string& dir : dirs) {
+        if (dir.empty()) continue;
         if (!make_dirs(dir.c_str())) {
             fprintf(stderr, "\n\n[Zephra Error] can't mkdir:  %s\n\n", dir.c_str());
             continue;
@@ -139,9 +148,13 @@ bool Admin::init() {
     fflush(stderr);
     Utils* u = Utils::instance();
 
+    // No usable base directory: the logger falls back to standard error and no conf or log
+    // file is made anywhere (an empty base would otherwise mean the filesystem root).
     const std::string base = base_dir();
-    make_dirs((base + "/conf/").c_str());
-    make_dirs((base + "/log/").c_str());
+    if (!base.empty()) {
+        make_dirs((base + "/conf/").c_str());
+        make_dirs((base + "/log/").c_str());
+    }
 
     LogSettings log;  // level 6, standard output on, tag "zp" until the config speaks
     modules()[name_] = this;

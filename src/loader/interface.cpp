@@ -31,9 +31,12 @@ bool Interface::create_components(const std::string& base, const LogSettings& lo
 
     Utils* u = Utils::instance();
     const std::string date = u->now_str("%Y-%m-%d");
-    config_path_ = base + "/conf/" + name_ + ".conf";
-    log_path_ = base + "/log/" + name_ + date + ".log";
-    trace_path_ = base + "/log/" + name_ + date + ".tcr";
+    // Empty paths when there is no base directory: every open then fails and nothing is written.
+    if (!base.empty()) {
+        config_path_ = base + "/conf/" + name_ + ".conf";
+        log_path_ = base + "/log/" + name_ + date + ".log";
+        trace_path_ = base + "/log/" + name_ + date + ".tcr";
+    }
 
     Admin* root = ppCD;
     app = parent.app;

@@ -201,6 +201,9 @@ std::string home_dir();
 // (temporary directory + "/../"), $XDG_STATE_HOME or $HOME/.local/state elsewhere; empty when
 // the environment names none.
 std::string local_data_dir();
+// The fourth base-directory candidate, name included: beside the program on Windows, a per-user
+// directory under the temporary one elsewhere; empty when there is none.
+std::string last_resort_dir(const std::string& program_dir, const std::string& name);
 // Creates a directory and its missing parents (mode 0777); true when it exists afterwards.
 bool make_dirs(const char* path);
 

@@ -295,4 +295,12 @@ std::string local_data_dir() {
     return env_dir("XDG_STATE_HOME", "/.local/state");
 }
 
+// The program directory holds the executable itself here, so the last resort is a private
+// directory under the temporary one, kept apart per user.
+std::string last_resort_dir(const std::string& /*program_dir*/, const std::string& name) {
+    std::string dir = Utils::instance()->temp_dir();
+    if (dir.empty() || dir.back() != '/') dir += '/';
+    return dir + name + "-" + std::to_string(getuid());
+}
+
 }  // namespace zp

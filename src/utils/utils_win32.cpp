@@ -329,4 +329,10 @@ std::string local_data_dir() {
     return system_temp_dir() + "/../";
 }
 
+std::string last_resort_dir(const std::string& program_dir, const std::string& name) {
+    if (program_dir.empty()) return std::string();
+    const char last = program_dir.back();
+    return program_dir + (last == '/' || last == '\\' ? "" : "\\") + name;
+}
+
 }  // namespace zp

@@ -3,6 +3,7 @@
 
 #include <regex>
 #include <set>
+#include <unistd.h>
 #include <string>
 
 #include "support/test_support.h"
@@ -71,6 +72,35 @@ TEST(StartupTest, UnusableCandidatesArePassedOver) {
         EXPECT_NE(err.find("[Zephra] config dir = " + *home / "kinefix"), std::string::npos);
         EXPECT_TRUE(fs::exists(home->path() / "kinefix/conf/Admin.conf"));
     }
+}
+
+TEST(StartupTest, WithoutAnyUsableCandidateNothingIsWrittenAndTheLogGoesToStandardError) {
+    // No home, no XDG folders, and a temporary "directory" that is a file: every candidate
+    // fails. The filesystem root must stay untouched whoever runs this.
+    TempDir home;
+    write_file(home / "tmp", "a file, not a directory");
+    const bool root_had_conf = fs::exists("/conf") || fs::exists("/log");
+    const RunResult r = run("bash",
+                            {"-c", "unset HOME XDG_STATE_HOME XDG_CONFIG_HOME; exec \"$0\" a b",
+                             bin_dir() + "/kinefix"},
+                            {{"TMPDIR", home / "tmp/"}}, home);
+    EXPECT_EQ(r.exit_code, 0);
+    EXPECT_NE(r.err.find("\"Done!\""), std::string::npos) << r.err;
+    if (!root_had_conf) EXPECT_FALSE(fs::exists("/conf") || fs::exists("/log"));
+    size_t entries = 0;
+    for (const auto& e : fs::recursive_directory_iterator(home.path())) entries += !e.is_directory();
+    EXPECT_EQ(entries, 1u) << "only the blocking file";
+}
+
+TEST(StartupTest, TheLastCandidateIsAPerUserTemporaryDirectory) {
+    TempDir home;
+    const RunResult r =
+        run("bash", {"-c", "unset HOME XDG_STATE_HOME XDG_CONFIG_HOME; exec \"$0\" a b",
+                     bin_dir() + "/kinefix"},
+            {{"TMPDIR", home.str()}}, home);
+    const std::string dir = home / ("kinefix-" + std::to_string(getuid()));
+    EXPECT_NE(r.err.find("[Zephra] config dir = " + dir), std::string::npos) << r.err;
+    EXPECT_TRUE(fs::exists(dir + "/conf/Admin.conf"));
 }
 
 }  // namespace
