@@ -1,5 +1,6 @@
 // Kinefix: rebuilds a playable video from a damaged recording and its index file.
 #include <cstdio>
+#include <cstdlib>
 #include <functional>
 #include <string>
 
@@ -20,6 +21,13 @@ void PrintBanner() {
     printf("==============================\n");
 }
 
+// A stopped copy has already put what it had in place; the exit code says why it stopped.
+void ExitIfInterrupted(const RepairEngine& engine) {
+    if (engine.interrupt_signal() == 0) return;
+    fflush(stdout);
+    exit(128 + engine.interrupt_signal());
+}
+
 // The one-argument form: a flat object text naming the three paths. No member is required;
 // an empty path surfaces as the engine's own failure.
 void RunOptionText(const std::string& text) {
@@ -34,6 +42,7 @@ void RunOptionText(const std::string& text) {
     ZP_LOGE("out:%s", output.c_str());
     RepairEngine engine;
     engine.Run(broken.c_str(), moov.c_str(), output.c_str());
+    ExitIfInterrupted(engine);
 }
 
 }  // namespace
@@ -56,6 +65,7 @@ int main(int argc, char** argv) {
         auto repair = [broken, moov, output] {
             RepairEngine engine;
             engine.Run(broken, moov, output);
+            ExitIfInterrupted(engine);
         };
         repair();
     }

@@ -154,11 +154,11 @@ inline std::vector<std::string> packet_lines(const std::string& index_text) {
 }
 
 // The banner, one "progress:%.6lf" line per 10 repaired lines (never decreasing, below 1),
-// "progress:1.0" and "End", and nothing else.
+// "progress:1.0", the summary and "End", and nothing else.
 inline void expect_repair_stdout(const std::string& out, size_t repaired_lines) {
     const std::vector<std::string> lines = lines_of(out);
     const size_t progress = repaired_lines / 10;
-    ASSERT_EQ(lines.size(), 5 + progress + 2) << out;
+    ASSERT_EQ(lines.size(), 5 + progress + 3) << out;
     EXPECT_EQ(out.rfind("==============================\nKinefix (https://kinefix.example.org)\n"
                         "version: 1.1.0\nrelease: 2023.05.10\n==============================\n",
                         0),
@@ -170,7 +170,11 @@ inline void expect_repair_stdout(const std::string& out, size_t repaired_lines) 
         EXPECT_GE(std::stod(lines[i].substr(9)), last) << lines[i];
         last = std::stod(lines[i].substr(9));
     }
-    EXPECT_EQ(lines[5 + progress] + "|" + lines[6 + progress], "progress:1.0|End");
+    EXPECT_EQ(lines[5 + progress] + "|" + lines[7 + progress], "progress:1.0|End");
+    EXPECT_TRUE(std::regex_match(
+        lines[6 + progress],
+        std::regex(R"(summary:packets=\d+,ignored=\d+,duration=\d+\.\d{3},bytes=[1-9]\d*)")))
+        << lines[6 + progress];
 }
 
 // The same packets stream by stream: MD5s equal, times equal up to one constant shift (a muxer
