@@ -133,7 +133,7 @@ TEST(ContractTest, WriteErrorsAndRejectedLinesKeepTheRunGoing) {
     // Matroska counts milliseconds: -1024/48000 s is -21, and an audio duration of 0 is one
     // frame (21). The three time texts share one buffer, so each shows the last one made.
     const std::vector<std::string> lines = lines_of(r.out);
-    ASSERT_EQ(lines.size(), 5u + 6) << r.out;
+    ASSERT_EQ(lines.size(), 5u + 7) << r.out;
     EXPECT_EQ(lines[5],
               "pts:-21 pts_time:-0.021 dts:-21 dts_time:-0.021 duration:21 "
               "duration_time:-0.021 stream_index:0");
@@ -142,7 +142,8 @@ TEST(ContractTest, WriteErrorsAndRejectedLinesKeepTheRunGoing) {
     // Past 0.9 of the index a write error stays off standard output except its own line.
     EXPECT_EQ(lines[8],
               "pts:0 pts_time:0 dts:0 dts_time:0 duration:21 duration_time:0 stream_index:0");
-    EXPECT_EQ(lines[9] + "|" + lines[10], "progress:1.0|End");
+    EXPECT_EQ(lines[9] + "|" + lines[11], "progress:1.0|End");
+    EXPECT_EQ(lines[10].rfind("summary:packets=8,ignored=0,duration=0.", 0), 0u) << lines[10];
 
     const std::string log = ws.log();
     for (const char* text :
