@@ -14,22 +14,28 @@ extern "C" {
 }
 
 #include "restore/ffmpeg_compat.h"
+#include "restore/rescue_command.h"
 #include "utils/file_offset.h"
 #include "utils/utils.h"
+#include "zephra_init.h"
 
 namespace {
 
 const char kUsage[] =
     "usage: kinefix-index [--index-version 1|2] [--entries-per-line N] RECORDING INDEX\n"
+    "       kinefix-index --reference HEALTHY [--progress] DAMAGED INDEX\n"
     "Writes the index file kinefix needs to rebuild RECORDING (H.264 and/or AAC) should its\n"
     "own index be lost. Version 2 (the default) leaves zero fields empty; version 1 spells\n"
-    "every field.\n";
+    "every field. With --reference, the index of a recording that lost its own is rebuilt\n"
+    "by scanning it with what HEALTHY (a recording of the same camera) teaches.\n";
 
 struct Options {
     int version = 2;
     int per_line = 1;
     const char* input = nullptr;
     const char* output = nullptr;
+    std::string reference;
+    bool progress = false;
 };
 
 // One packet as the index lists it, in the source stream's own time base.
@@ -58,7 +64,9 @@ bool ParseOptions(int argc, char** argv, Options* o) {
         if (arg.rfind("--", 0) == 0 && eq != std::string::npos) {
             name = arg.substr(0, eq);
             value = arg.substr(eq + 1);
-        } else if ((arg == "--index-version" || arg == "--entries-per-line") && i + 1 < argc) {
+        } else if ((arg == "--index-version" || arg == "--entries-per-line" ||
+                    arg == "--reference") &&
+                   i + 1 < argc) {
             value = argv[++i];
         }
         if (name == "--index-version") {
@@ -67,6 +75,11 @@ bool ParseOptions(int argc, char** argv, Options* o) {
         } else if (name == "--entries-per-line") {
             o->per_line = atoi(value.c_str());
             if (o->per_line < 1) return false;
+        } else if (name == "--reference") {
+            o->reference = value;
+            if (value.empty()) return false;
+        } else if (arg == "--progress") {
+            o->progress = true;
         } else if (arg.rfind("--", 0) == 0 && arg.size() > 2) {
             return false;
         } else {
@@ -389,5 +402,17 @@ int main(int argc, char** argv) {
         return 2;
     }
     kinefix_compat::register_all();
+    if (!options.reference.empty()) {
+        zp::InitFramework(argc, argv);
+        zp::AddExitHook([] { zp::ShutdownFramework(); });
+        restore::RescueOptions rescue;
+        rescue.reference = options.reference;
+        rescue.damaged = options.input;
+        rescue.index = options.output;
+        rescue.progress = options.progress;
+        rescue.version = options.version;
+        rescue.entries_per_line = options.per_line;
+        return restore::RescueCommand::Run(rescue);
+    }
     return Export(options);
 }
