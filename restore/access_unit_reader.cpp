@@ -10,12 +10,38 @@ namespace restore {
 namespace {
 
 // Enough of any NAL unit for its header fields, parameter sets included.
-constexpr size_t kHeaderBytes = 512;
+constexpr size_t kHeaderBytes = 4096;
 
 int64_t BigEndian(const uint8_t* p, int bytes) {
     int64_t v = 0;
     for (int i = 0; i < bytes; ++i) v = (v << 8) | p[i];
     return v;
+}
+
+// sei_rbsp (H.264 7.3.2.3, H.265 7.3.2.4): messages whose declared sizes add up to the unit,
+// then the stop bit. Random bytes almost never do.
+bool SeiValid(const uint8_t* p, size_t size) {
+    std::vector<uint8_t> rbsp;
+    int zeros = 0;
+    for (size_t i = 0; i < size; ++i) {
+        if (zeros >= 2 && p[i] == 3) {
+            zeros = 0;
+            continue;
+        }
+        zeros = p[i] == 0 ? zeros + 1 : 0;
+        rbsp.push_back(p[i]);
+    }
+    size_t i = 0;
+    while (i + 1 < rbsp.size()) {
+        for (int field = 0; field < 2; ++field) {
+            size_t value = 0;
+            while (i < rbsp.size() && rbsp[i] == 0xff) value += 255, ++i;
+            if (i >= rbsp.size()) return false;
+            value += rbsp[i++];
+            if (field == 1) i += value;
+        }
+    }
+    return i + 1 == rbsp.size() && rbsp.back() == 0x80;
 }
 
 }  // namespace
@@ -45,7 +71,9 @@ const PocParams& AccessUnitReader::poc_params(int pps_id) const {
 // A parameter set inside a sample is never taken in: the scan decodes with the reference's.
 AccessUnitReader::Nal AccessUnitReader::NoteParameterSet(const uint8_t* nal, size_t size) {
     const std::vector<uint8_t> bytes(nal, nal + size);
-    if (std::find(known_.begin(), known_.end(), bytes) == known_.end()) unlike_ = true;
+    if (std::find(known_.begin(), known_.end(), bytes) != known_.end()) return Nal::kPrefix;
+    if (key_only_) return Nal::kInvalid;
+    unlike_ = true;
     return Nal::kPrefix;
 }
 
@@ -66,8 +94,14 @@ bool AccessUnitReader::AddParameterSet(const uint8_t* nal, size_t size) {
     return true;
 }
 
-AccessUnitReader::Nal AccessUnitReader::Classify(const uint8_t* nal, size_t size, PictureInfo* info,
-                                                 bool* first_slice) {
+AccessUnitReader::Nal AccessUnitReader::Classify(const uint8_t* nal, size_t size, bool whole,
+                                                 PictureInfo* info, bool* first_slice) {
+    // Units other than slices and parameter sets are checked where their syntax allows; a key
+    // picture sought after damage takes nothing unchecked.
+    const auto checked = [&](bool valid) {
+        if (whole) return valid ? Nal::kPrefix : Nal::kInvalid;
+        return key_only_ ? Nal::kInvalid : Nal::kPrefix;
+    };
     if (nal[0] & 0x80) return Nal::kInvalid;
     if (hevc_) {
         const int type = (nal[0] >> 1) & 0x3f;
@@ -79,7 +113,8 @@ AccessUnitReader::Nal AccessUnitReader::Classify(const uint8_t* nal, size_t size
                        ? Nal::kSlice
                        : Nal::kInvalid;
         if (type >= 32 && type <= 34) return NoteParameterSet(nal, size);
-        if (type == 35 || type == 39) return Nal::kPrefix;
+        if (type == 35) return size == 3 && (nal[2] & 0x1f) == 0x10 ? Nal::kPrefix : Nal::kInvalid;
+        if (type == 39) return checked(SeiValid(nal + 2, size - 2));
         if (type == 36 || type == 37 || type == 38 || type == 40) return Nal::kSuffix;
         return Nal::kInvalid;
     }
@@ -98,8 +133,9 @@ AccessUnitReader::Nal AccessUnitReader::Classify(const uint8_t* nal, size_t size
         case 8:
             return ref != 0 ? NoteParameterSet(nal, size) : Nal::kInvalid;
         case 6:
+            return ref == 0 ? checked(SeiValid(nal + 1, size - 1)) : Nal::kInvalid;
         case 9:
-            return ref == 0 ? Nal::kPrefix : Nal::kInvalid;
+            return ref == 0 && size == 2 && (nal[1] & 0x1f) == 0x10 ? Nal::kPrefix : Nal::kInvalid;
         case 10:
         case 11:
         case 12:
@@ -109,8 +145,10 @@ AccessUnitReader::Nal AccessUnitReader::Classify(const uint8_t* nal, size_t size
     }
 }
 
-bool AccessUnitReader::Read(ScanWindow* window, int64_t pos, int64_t limit, AccessUnit* unit) {
+bool AccessUnitReader::Read(ScanWindow* window, int64_t pos, int64_t limit, bool key_only,
+                            AccessUnit* unit) {
     const int64_t start = pos;
+    key_only_ = key_only;
     unlike_ = false;
     const int64_t min_nal = hevc_ ? 3 : 2;
     bool have_slice = false;
@@ -123,8 +161,12 @@ bool AccessUnitReader::Read(ScanWindow* window, int64_t pos, int64_t limit, Acce
         const size_t head = static_cast<size_t>(std::min<int64_t>(len, got - length_size_));
         PictureInfo info;
         bool first = false;
-        const Nal kind = Classify(p + length_size_, head, &info, &first);
-        if (kind == Nal::kInvalid || (kind == Nal::kPrefix && have_slice)) break;
+        const bool unlike_before = unlike_;
+        const Nal kind = Classify(p + length_size_, head, head == len, &info, &first);
+        if (kind == Nal::kInvalid || (kind == Nal::kPrefix && have_slice)) {
+            unlike_ = unlike_before;  // not part of this unit
+            break;
+        }
         if (kind == Nal::kSuffix && !have_slice) return false;
         if (kind == Nal::kSlice) {
             if (first && have_slice) break;
@@ -137,7 +179,8 @@ bool AccessUnitReader::Read(ScanWindow* window, int64_t pos, int64_t limit, Acce
         }
         pos += length_size_ + len;
     }
-    if (!have_slice) return false;
+    if (!have_slice || (key_only && !(hevc_ ? unit->picture.irap : unit->picture.idr)))
+        return false;
     if (unlike_ && foreign_.empty())
         foreign_ = std::string("the recording carries a ") + (hevc_ ? "VPS/SPS/PPS" : "SPS/PPS") +
                    " unlike the reference's (other resolution, profile or encoder settings)";

@@ -28,8 +28,8 @@ class AccessUnitReader {
     bool Setup(bool hevc, int length_size, const std::vector<std::vector<uint8_t>>& units,
                std::string* error);
     // The access unit at `pos`, ending no later than `limit`; false when the bytes there are
-    // not one.
-    bool Read(ScanWindow* window, int64_t pos, int64_t limit, AccessUnit* unit);
+    // not one. `key_only` wants a key picture whose every unit checks out (after damage).
+    bool Read(ScanWindow* window, int64_t pos, int64_t limit, bool key_only, AccessUnit* unit);
     const PocParams& poc_params(int pps_id) const;
     // Set when a sample carried a parameter set unlike the reference's.
     const std::string& foreign_parameter_set() const { return foreign_; }
@@ -37,7 +37,7 @@ class AccessUnitReader {
 
   private:
     enum class Nal { kInvalid, kPrefix, kSlice, kSuffix, kEnd };
-    Nal Classify(const uint8_t* nal, size_t size, PictureInfo* info, bool* first_slice);
+    Nal Classify(const uint8_t* nal, size_t size, bool whole, PictureInfo* info, bool* first_slice);
     Nal NoteParameterSet(const uint8_t* nal, size_t size);
     bool AddParameterSet(const uint8_t* nal, size_t size);
 
@@ -48,6 +48,7 @@ class AccessUnitReader {
     std::vector<std::vector<uint8_t>> known_;
     std::string foreign_;
     bool unlike_ = false;
+    bool key_only_ = false;
 };
 
 }  // namespace restore

@@ -86,7 +86,8 @@ bool MediaScan::Run(const std::string& damaged, const Progress& progress, const 
 }
 
 bool MediaScan::ReadVideo(int64_t pos, AccessUnit* unit) {
-    return reader_.Read(&window_, pos, limit_, unit) && Continues(unit->picture);
+    const bool key_only = !have_picture_ || after_gap_;
+    return reader_.Read(&window_, pos, limit_, key_only, unit) && Continues(unit->picture);
 }
 
 // Whether a recognised picture can follow the previous one. After damage (or at the start)

@@ -56,6 +56,13 @@ int64_t MediaScan::Resync(int64_t pos) {
         RecoverAudioBefore(pos, found);
         return found;
     }
+    // Nothing validates up to the end: a recording cut in the middle of its last sample keeps
+    // every whole sample before the cut.
+    if (found == limit_) {
+        report_->skipped_bytes += found - pos;
+        if (skip_note_) skip_note_(pos, found - pos);
+        return found;
+    }
     Skip(pos, found);
     return found;
 }

@@ -280,7 +280,7 @@ bool ReferenceModel::CheckPictureOrder(const std::string& path,
     std::vector<std::pair<int64_t, int64_t>> pictures;  // (poc - seq_poc, pts - seq_pts)
     for (size_t i = 0; i < positions.size(); ++i) {
         AccessUnit unit;
-        if (!reader.Read(&window, positions[i], positions[i] + sizes[i], &unit) ||
+        if (!reader.Read(&window, positions[i], positions[i] + sizes[i], false, &unit) ||
             unit.size != sizes[i]) {
             *error = "the reference's video sample " + std::to_string(i) +
                      " is not a whole access unit of length-prefixed NAL units";
