@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <random>
+#include <regex>
 #include <set>
 #include <string>
 #include <vector>
@@ -59,7 +60,8 @@ std::vector<Placed> PlacedPackets(const std::string& path, const FrameReport& re
     for (const std::string& line : lines_of(r.out)) {
         Placed p;
         long long pos = 0, size = 0;
-        if (sscanf(line.c_str(), "%d,%lld,%lld", &p.stream, &pos, &size) != 3) continue;
+        // ffprobe keeps its own field order: stream_index, size, pos.
+        if (sscanf(line.c_str(), "%d,%lld,%lld", &p.stream, &size, &pos) != 3) continue;
         p.pos = pos;
         p.size = size;
         const auto& list = report.streams.at(p.stream);
@@ -176,6 +178,42 @@ void ExpectRescued(const Row& row, const std::vector<Placed>& original,
     }
 }
 
+std::string IndexToolLog(const Workspace& ws) {
+    std::string text;
+    std::error_code ec;
+    for (const auto& e : fs::directory_iterator(ws.dir().path() / "state/kinefix-index/log", ec))
+        if (e.path().extension() == ".log") text += read_file(e.path().string());
+    return text;
+}
+
+void RescueRow(const Row& row) {
+    Workspace ws;
+    const std::string reference = ws / ("reference" + row.ext);
+    const std::string damaged = ws / ("damaged" + row.ext);
+    ASSERT_EQ(Record(reference, row.settings, 2, ws), "");
+    ASSERT_EQ(Record(damaged, row.settings, row.seconds, ws), "");
+    const FrameReport original = frame_report(damaged, ws.dir());
+    const std::vector<Placed> placed = PlacedPackets(damaged, original, ws);
+    const auto range = ApplyDamage(damaged, row.damage);
+    ASSERT_NE(decode_errors(damaged, ws.dir()), "") << "the damaged file still reads";
+
+    const std::string index = ws / "damaged.idx";
+    const RunResult scan = ws.tool("kinefix-index", {"--reference", reference, damaged, index});
+    ASSERT_EQ(scan.exit_code, 0) << scan.err;
+    EXPECT_NE(scan.err.find("kinefix-index: rescued: video "), std::string::npos) << scan.err;
+    if (range.second > range.first) {
+        EXPECT_NE(scan.err.find("skipped damaged data at offset"), std::string::npos) << scan.err;
+        EXPECT_NE(IndexToolLog(ws).find("skipped damaged data at offset"), std::string::npos);
+    }
+    const std::string output = ws / ("repaired" + row.ext);
+    const RunResult repair = ws.kinefix({damaged, index, output});
+    ASSERT_EQ(repair.exit_code, 0) << repair.err;
+    EXPECT_EQ(decode_errors(output, ws.dir()), "");
+    const FrameReport repaired = frame_report(output, ws.dir());
+    ExpectRescued(row, placed, range, repaired);
+    if (range.second <= range.first) expect_same_packets(original, repaired, true);
+}
+
 TEST(RescueTest, RebuildsTheIndexFromAReferenceRecording) {
     // clang-format off
     const std::vector<Row> rows = {
@@ -202,32 +240,69 @@ TEST(RescueTest, RebuildsTheIndexFromAReferenceRecording) {
     // clang-format on
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        Workspace ws;
-        const std::string reference = ws / ("reference" + row.ext);
-        const std::string damaged = ws / ("damaged" + row.ext);
-        ASSERT_EQ(Record(reference, row.settings, 2, ws), "");
-        ASSERT_EQ(Record(damaged, row.settings, row.seconds, ws), "");
-        const FrameReport original = frame_report(damaged, ws.dir());
-        const std::vector<Placed> placed = PlacedPackets(damaged, original, ws);
-        const auto range = ApplyDamage(damaged, row.damage);
-        ASSERT_NE(decode_errors(damaged, ws.dir()), "") << "the damaged file still reads";
-
-        const std::string index = ws / "damaged.idx";
-        const RunResult scan = ws.tool("kinefix-index", {"--reference", reference, damaged, index});
-        ASSERT_EQ(scan.exit_code, 0) << scan.err;
-        EXPECT_NE(scan.err.find("kinefix-index: rescued: video "), std::string::npos) << scan.err;
-        if (range.second > range.first) {
-            EXPECT_NE(scan.err.find("skipped damaged data at offset"), std::string::npos)
-                << scan.err;
-        }
-        const std::string output = ws / ("repaired" + row.ext);
-        const RunResult repair = ws.kinefix({damaged, index, output});
-        ASSERT_EQ(repair.exit_code, 0) << repair.err;
-        EXPECT_EQ(decode_errors(output, ws.dir()), "");
-        const FrameReport repaired = frame_report(output, ws.dir());
-        ExpectRescued(row, placed, range, repaired);
-        if (range.second <= range.first) expect_same_packets(original, repaired, true);
+        RescueRow(row);
     }
+}
+
+// Each failing check is told, and the other settings still run.
+TEST(RescueTest, RefusesAReferenceThatDoesNotFit) {
+    struct Misfit {
+        const char* name;
+        Settings reference;
+        std::string expected;  // in the message
+    };
+    const Settings recording{Join(kH264, kAac)};
+    // clang-format off
+    const Misfit rows[] = {
+        {"other resolution", {Join(kH264, kAac), true, true, "640x480"}, "does not fit"},
+        {"other codec", {Join({"-c:v", "libx265", "-preset", "ultrafast", "-x265-params",
+                                "log-level=0", "-pix_fmt", "yuv420p"}, kAac)}, "does not fit"},
+        {"audio only", {kAac, false, true}, "does not fit"},
+    };
+    // clang-format on
+    for (const Misfit& m : rows) {
+        SCOPED_TRACE(m.name);
+        Workspace ws;
+        const std::string reference = ws / "reference.mp4";
+        const std::string damaged = ws / "damaged.mp4";
+        ASSERT_EQ(Record(reference, m.reference, 2, ws), "");
+        ASSERT_EQ(Record(damaged, recording, 4, ws), "");
+        ASSERT_TRUE(destroy_moov(damaged));
+        const std::string index = ws / "damaged.idx";
+        write_file(index, "an older index\n");
+        const RunResult r = ws.tool("kinefix-index", {"--reference", reference, damaged, index});
+        EXPECT_NE(r.exit_code, 0);
+        EXPECT_NE(r.err.find(m.expected), std::string::npos) << r.err;
+        EXPECT_NE(r.err.find("no index written"), std::string::npos) << r.err;
+        printf("[ %s ] %s", m.name, r.err.substr(r.err.rfind("kinefix-index:")).c_str());
+        EXPECT_EQ(read_file(index), "an older index\n");
+        size_t files = 0;
+        for (const auto& e : fs::directory_iterator(ws.dir().path())) files += e.is_regular_file();
+        EXPECT_EQ(files, 3u) << "a temporary index left behind";
+    }
+}
+
+// A front end drives the scan as it drives kinefix: progress lines, then progress:1.0.
+TEST(RescueTest, ReportsProgress) {
+    Workspace ws;
+    const Settings s{Join(kH264, kAac)};
+    const std::string reference = ws / "reference.mp4";
+    const std::string damaged = ws / "damaged.mp4";
+    ASSERT_EQ(Record(reference, s, 2, ws), "");
+    ASSERT_EQ(Record(damaged, s, 4, ws), "");
+    ASSERT_TRUE(destroy_moov(damaged));
+    const RunResult r =
+        ws.tool("kinefix-index", {"--reference", reference, "--progress", damaged, ws / "i.idx"});
+    ASSERT_EQ(r.exit_code, 0) << r.err;
+    const std::vector<std::string> lines = lines_of(r.out);
+    ASSERT_GE(lines.size(), 3u) << r.out;
+    double last = -1;
+    for (size_t i = 0; i + 1 < lines.size(); ++i) {
+        ASSERT_TRUE(std::regex_match(lines[i], std::regex(R"(progress:0\.\d{6})"))) << lines[i];
+        EXPECT_GT(std::stod(lines[i].substr(9)), last);
+        last = std::stod(lines[i].substr(9));
+    }
+    EXPECT_EQ(lines.back(), "progress:1.0");
 }
 
 }  // namespace
