@@ -123,7 +123,7 @@ void MediaScan::AddVideo(int64_t pos, const AccessUnit& unit) {
     p.key = unit.key;
     const double tick = static_cast<double>(v.stream.tb_num) / v.stream.tb_den;
     Emit(p, static_cast<double>(std::max(pts, dts) + v.frame_duration) * tick);
-    if (report_->first_video.size() < 4) report_->first_video.emplace_back(pos, unit.size);
+    if (report_->first_video.size() < 2) report_->first_video.emplace_back(pos, unit.size);
     ++video_index_;
     attributed_ += unit.size;
     have_picture_ = true;

@@ -46,12 +46,25 @@ bool ScanWindow::Load(int64_t pos, size_t count) {
     return true;
 }
 
+// A small read for a position far from the window, which the window does not follow: a
+// candidate sample's length pointing anywhere must not cost a window's worth of reading.
+const uint8_t* ScanWindow::Probe(int64_t pos, size_t count, size_t* got) {
+    probe_.resize(std::min(count, kProbeBytes));
+    if (zp::file_seek(file_, pos, SEEK_SET) != 0) return nullptr;
+    file_pos_ = -1;
+    *got = fread(probe_.data(), 1, probe_.size(), file_);
+    return *got > 0 ? probe_.data() : nullptr;
+}
+
 const uint8_t* ScanWindow::At(int64_t pos, size_t count, size_t* got) {
     *got = 0;
     if (pos < 0 || pos >= size_) return nullptr;
     count = std::min(count, buffer_.size());
     const int64_t avail_end = std::min<int64_t>(size_, pos + static_cast<int64_t>(count));
     const bool inside = pos >= base_ && avail_end <= base_ + static_cast<int64_t>(filled_);
+    const int64_t reach = base_ + static_cast<int64_t>(buffer_.size());
+    if (!inside && filled_ > 0 && count <= kProbeBytes && (pos < base_ || pos >= reach))
+        return Probe(pos, count, got);
     if (!inside && !Load(pos, count)) return nullptr;
     if (pos < base_) return nullptr;
     const int64_t have = base_ + static_cast<int64_t>(filled_) - pos;
