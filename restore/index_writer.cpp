@@ -1,144 +1,166 @@
-// IndexWriter: a plain writer of the index format, enough for the rescue scan until the shared
-// writer lands.
+// IndexWriter: index files in the format kinefix reads, written beside their final name.
 #include "restore/index_writer.h"
 
 #include <cstdio>
 
-extern "C" {
-#include <libavutil/base64.h>
-}
-
+#include "crypt/crypt.h"
 #include "restore/timestamp_steps.h"
+#include "utils/file_safety.h"
 #include "utils/utils.h"
 
 namespace restore {
 
-struct IndexWriter::State {
-    int version = 2;
-    int per_line = 1;
-    std::string path;
-    std::string temp;
-    FILE* file = nullptr;
-    int audio_index = -1;
-    TimestampSteps steps;
-    int on_line = 0;
-    int64_t next_read = -1;
-    std::string line;
-};
-
 namespace {
 
-std::string Base64(const std::vector<uint8_t>& bytes) {
-    if (bytes.empty()) return std::string();
-    std::vector<char> text(AV_BASE64_SIZE(bytes.size()));
-    if (!av_base64_encode(text.data(), static_cast<int>(text.size()), bytes.data(),
-                          static_cast<int>(bytes.size())))
-        return std::string();
-    return text.data();
+// The widest entry either version can write: stream 0..4, six 64-bit numbers at most 20
+// characters each (a 32-bit size fits in that), a key flag, six commas and the ";".
+constexpr int kMaxEntryBytes = 1 + 20 + 11 + 20 + 20 + 20 + 1 + 7;
+
+std::string Quoted(const char* key, const std::string& value) {
+    return std::string("\"") + key + "\":\"" + value + "\"";
 }
 
-std::string Describe(const IndexStream& s) {
-    auto q = [](const char* k, const std::string& v) {
-        return std::string("\"") + k + "\":\"" + v + "\"";
-    };
-    auto n = [](const char* k, int64_t v) {
-        return std::string("\"") + k + "\":" + std::to_string(v);
-    };
-    std::string line = "{" + q("type", s.video ? "video" : "audio") + "," + n("index", s.index) +
-                       "," + q("codec", s.codec) + "," + q("format", s.format) + "," +
-                       n("tb.num", s.tb_num) + "," + n("tb.den", s.tb_den) + ",";
+std::string Number(const char* key, int64_t value) {
+    return std::string("\"") + key + "\":" + std::to_string(value);
+}
+
+std::string DescriptionLine(const IndexStream& s) {
+    std::string line = "{" + Quoted("type", s.video ? "video" : "audio") + "," +
+                       Number("index", s.index) + "," + Quoted("codec", s.codec) + "," +
+                       Quoted("format", s.format) + "," + Number("tb.num", s.tb_num) + "," +
+                       Number("tb.den", s.tb_den) + ",";
     if (s.video)
-        line += n("w", s.width) + "," + n("h", s.height) + ",";
+        line += Number("w", s.width) + "," + Number("h", s.height) + ",";
     else
-        line += n("channels", s.channels) + "," + n("sample_rate", s.sample_rate) + "," +
-                n("frame_size", s.frame_size) + ",";
-    return line + q("ev", Base64(s.extradata)) + "}\n";
+        line += Number("channels", s.channels) + "," + Number("sample_rate", s.sample_rate) + "," +
+                Number("frame_size", s.frame_size) + ",";
+    const std::string ev = s.extradata.empty() ? std::string()
+                                               : zp::Crypt::instance()->encode_bytes(
+                                                     s.extradata.data(), s.extradata.size());
+    return line + Quoted("ev", ev) + "}\n";
 }
 
-void Field(std::string* out, int64_t value, bool compact, char separator) {
+void AppendField(std::string* out, int64_t value, bool compact, char separator) {
     if (!(compact && value == 0)) *out += std::to_string(value);
     *out += separator;
 }
 
 }  // namespace
 
-IndexWriter::IndexWriter(int version, int entries_per_line) : state_(new State) {
-    state_->version = version;
-    state_->per_line = entries_per_line;
-}
+struct IndexWriter::State {
+    std::string path;
+    std::string temp_path;
+    FILE* file = nullptr;
+    TimestampSteps steps;
+    int audio_index = 0;  // the entries kinefix counts as audio
+    int audio_stream = -1;
+    int audio_frame_size = 0;
+    std::string line;
+    int on_line = 0;
+    int64_t next_read = 0;
+};
+
+IndexWriter::IndexWriter(int version, int entries_per_line)
+    : version_(version),
+      per_line_(entries_per_line < 1                            ? 1
+                : entries_per_line > MaxEntriesPerLine(version) ? MaxEntriesPerLine(version)
+                                                                : entries_per_line) {}
 
 IndexWriter::~IndexWriter() {
     Abandon();
-    delete state_;
 }
 
-int IndexWriter::MaxEntriesPerLine(int version) {
-    return (kMaxLineBytes - 1) / (version == 1 ? 120 : 110);
+int IndexWriter::MaxEntriesPerLine(int /*version*/) {
+    // Version 1 spells every field and version 2 leaves zeros out: the bound is the same.
+    return (kMaxLineBytes - 1) / kMaxEntryBytes;
 }
 
 bool IndexWriter::Begin(const std::string& path, const std::vector<IndexStream>& streams,
                         std::string* error) {
+    Abandon();
+    state_ = new State;
     state_->path = path;
-    state_->temp = path + ".part";
-    state_->file = zp::Utils::instance()->open_file(state_->temp.c_str(), "wb");
+    state_->temp_path = zp::create_file_beside(path);
+    if (!state_->temp_path.empty())
+        state_->file = zp::Utils::instance()->open_file(state_->temp_path.c_str(), "wb");
     if (!state_->file) {
-        *error = "cannot write '" + state_->temp + "'";
+        *error = "cannot write in the directory of '" + path + "'";
+        Abandon();
         return false;
     }
-    std::string header = "#version=" + std::to_string(state_->version) + "\n";
+    std::string header = "#version=" + std::to_string(version_) + "\n";
     for (const IndexStream& s : streams) {
-        header += Describe(s);
-        if (!s.video && state_->audio_index < 0) state_->audio_index = s.index;
+        header += DescriptionLine(s);
+        if (!s.video && state_->audio_stream < 0) {
+            state_->audio_stream = s.index;
+            state_->audio_frame_size = s.frame_size;
+        }
     }
+    // kinefix counts the entries whose stream equals the audio description's index (0 when
+    // there is none) as audio; the steps must follow the same split.
+    state_->audio_index = state_->audio_stream >= 0 ? state_->audio_stream : 0;
     fputs(header.c_str(), state_->file);
+    inexact_ = 0;
+    packets_ = 0;
     return true;
 }
 
 void IndexWriter::Add(const IndexPacket& p) {
+    if (!state_) return;
     State& s = *state_;
-    if (!s.file) return;
     int64_t pts_step = 0;
     int64_t dts_step = 0;
     if (!s.steps.Make(p.stream == s.audio_index, p.pts, p.dts, &pts_step, &dts_step)) ++inexact_;
-    const bool compact = s.version == 2;
-    const bool first_on_line = s.on_line == 0;
-    Field(&s.line, p.stream, compact, ',');
-    Field(&s.line, first_on_line || p.pos != s.next_read ? p.pos : 0, compact, ',');
-    Field(&s.line, p.size, compact, ',');
-    Field(&s.line, pts_step, compact, ',');
-    Field(&s.line, dts_step, compact, ',');
-    Field(&s.line, p.duration, compact, ',');
-    Field(&s.line, p.key ? 1 : 0, compact, ';');
+    // kinefix gives an audio packet without a duration one frame; only an explicit one is exact.
+    if (p.stream == s.audio_stream && p.duration == 0 && s.audio_frame_size != 0) ++inexact_;
+
+    const bool compact = version_ == 2;
+    // A line's first entry always carries its absolute position, so an entry that a reader
+    // drops can shift nothing beyond its own line.
+    const bool absolute = s.on_line == 0 || p.pos != s.next_read;
+    AppendField(&s.line, p.stream, compact, ',');
+    AppendField(&s.line, absolute ? p.pos : 0, compact, ',');
+    AppendField(&s.line, p.size, compact, ',');
+    AppendField(&s.line, pts_step, compact, ',');
+    AppendField(&s.line, dts_step, compact, ',');
+    AppendField(&s.line, p.duration, compact, ',');
+    AppendField(&s.line, p.key ? 1 : 0, compact, ';');
     s.next_read = p.pos + p.size;
     ++packets_;
-    if (++s.on_line == s.per_line) {
-        s.line += '\n';
-        fputs(s.line.c_str(), s.file);
-        s.line.clear();
-        s.on_line = 0;
-    }
+    if (++s.on_line == per_line_) EndLine();
+}
+
+void IndexWriter::EndLine() {
+    if (!state_ || state_->line.empty()) return;
+    state_->line += '\n';
+    fputs(state_->line.c_str(), state_->file);
+    state_->line.clear();
+    state_->on_line = 0;
 }
 
 bool IndexWriter::Finish(std::string* error) {
-    State& s = *state_;
-    if (!s.file) return false;
-    if (!s.line.empty()) fputs((s.line + "\n").c_str(), s.file);
-    const bool written = fflush(s.file) == 0 && !ferror(s.file);
-    const bool closed = fclose(s.file) == 0;
-    s.file = nullptr;
-    if (!written || !closed || std::rename(s.temp.c_str(), s.path.c_str()) != 0) {
-        std::remove(s.temp.c_str());
-        *error = "cannot write '" + s.path + "'";
+    if (!state_) return false;
+    EndLine();
+    FILE* file = state_->file;
+    state_->file = nullptr;
+    const bool written = fflush(file) == 0 && !ferror(file);
+    const bool closed = fclose(file) == 0;
+    if (!written || !closed || !zp::replace_file(state_->temp_path.c_str(), state_->path.c_str())) {
+        *error = "cannot write '" + state_->path + "'";
+        Abandon();
         return false;
     }
+    delete state_;
+    state_ = nullptr;
     return true;
 }
 
 void IndexWriter::Abandon() {
-    if (!state_->file) return;
-    fclose(state_->file);
-    state_->file = nullptr;
-    std::remove(state_->temp.c_str());
+    if (!state_) return;
+    if (state_->file) fclose(state_->file);
+    if (!state_->temp_path.empty()) zp::Utils::instance()->remove_file(state_->temp_path.c_str());
+    delete state_;
+    state_ = nullptr;
 }
 
 }  // namespace restore

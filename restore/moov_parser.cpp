@@ -132,6 +132,8 @@ bool MoovParser::BuildAvcConfig() {
         ZP_LOGE("没有检测到视频流");
         return true;
     }
+    // Other codecs' `ev` is already what their muxers take (an HEVC record, for instance).
+    if (strcmp(video_.codec, "h264") != 0) return true;
     zp::Crypt* crypt = zp::Crypt::instance();
     std::vector<uint8_t> bytes, sps, pps;
     if (!crypt->decode_text(video_.extradata, &bytes) ||

@@ -97,6 +97,22 @@ bool DescribeStream(AVStream* stream, const StreamDesc& desc, bool video) {
     return true;
 }
 
+// Codecs whose packets carry all a decoder needs: their descriptions have no `ev` to give.
+bool TakesNoExtradata(const char* codec) {
+    static const char* const kCodecs[] = {"mp3", "mp2", "ac3", "eac3"};
+    if (strncmp(codec, "pcm_", 4) == 0) return true;
+    for (const char* name : kCodecs)
+        if (strcmp(codec, name) == 0) return true;
+    return false;
+}
+
+// Video first; a description without extradata gets no stream at all, unless its codec has
+// none to give.
+bool Planned(const StreamDesc& desc, bool described) {
+    if (desc.extradata && *desc.extradata) return true;
+    return described && TakesNoExtradata(desc.codec);
+}
+
 // Any spelling or link of an input counts, and so does FFmpeg's own "file:" form of a path.
 bool OutputIsInput(const char* output, const char* broken, const char* moov) {
     if (!output) return false;
@@ -180,11 +196,10 @@ bool RepairEngine::SetUpOutput(OutputFile* output, const MoovParser& parser, int
         *ret = AVERROR_UNKNOWN;
         return false;
     }
-    // Video first; a description without extradata gets no stream at all.
     const std::pair<const StreamDesc*, bool> plan[] = {{&parser.video(), true},
                                                        {&parser.audio(), false}};
     for (const auto& slot : plan) {
-        if (!slot.first->extradata || !*slot.first->extradata) continue;
+        if (!Planned(*slot.first, slot.second ? parser.has_video() : parser.has_audio())) continue;
         AVStream* stream = avformat_new_stream(context, nullptr);
         if (!stream) {
             fprintf(stderr, "Failed allocating output stream\n");
@@ -370,8 +385,9 @@ bool RepairEngine::WriteEntry(AVFormatContext* output, FILE* broken, MoovParser*
     }
     ++packets_written_;
     if (pkt->pts != AV_NOPTS_VALUE) {
-        const double end_time =
-            av_q2d(stream->time_base) * static_cast<double>(pkt->pts + pkt->duration);
+        // In floating point: a hostile index can put pts at the edge of the 64-bit range.
+        const double end_time = av_q2d(stream->time_base) * (static_cast<double>(pkt->pts) +
+                                                             static_cast<double>(pkt->duration));
         if (end_time > end_seconds_) end_seconds_ = end_time;
     }
     return true;
