@@ -92,13 +92,14 @@ echo "    of which the scan:            median $(median "${scan_s[@]}") s"
 echo "  ratio (target <= 1.5):          $ratio $(awk -v r="$ratio" 'BEGIN { print (r <= 1.5 ? "OK" : "MISSED") }')"
 echo "  peak memory scan / repair:      $mem / $(maximum "${repair_mib[@]}") MiB (scan target <= 32: $(awk -v m="$mem" 'BEGIN { print (m <= 32 ? "OK" : "MISSED") }'))"
 tail -1 "$work/scan.err" | sed 's/^/  /'
-# Every packet's bytes, in order, and the video's times exactly. The audio's times cannot be
+# Every packet's bytes, in order per stream, and the video's times exactly. The audio's times cannot be
 # compared: the data's audio jumps where one copy of the clip ends and the next begins, which
 # no camera does and a rescue by frame count does not reproduce.
 a=$set_dir/intact.framemd5
 [ -s "$a" ] || ffmpeg -v error -nostdin -i "$intact" -map 0 -c copy -f framemd5 - | grep -v '^#' >"$a"
 ffmpeg -v error -nostdin -i "$work/out.mp4" -map 0 -c copy -f framemd5 - | grep -v '^#' >"$work/out.framemd5"
-if cmp -s <(cut -d, -f1,5,6 "$a") <(cut -d, -f1,5,6 "$work/out.framemd5") &&
+per_stream() { cut -d, -f1,5,6 "$1" | sort -s -t, -k1,1; }
+if cmp -s <(per_stream "$a") <(per_stream "$work/out.framemd5") &&
   cmp -s <(grep '^0,' "$a") <(grep '^0,' "$work/out.framemd5"); then
   echo "  all $(wc -l <"$a") packets equal the intact recording's (framemd5: bytes; video times too)"
 else
