@@ -110,6 +110,51 @@ void AudioStream(const AVStream* st, AudioModel* a) {
     a->present = true;
 }
 
+// Packets in file order, enough to learn from.
+void ReadPackets(AVFormatContext* in, int vi, int ai, std::vector<RefPacket>* packets) {
+    AVPacket* pkt = av_packet_alloc();
+    while (pkt && packets->size() < 20000 && av_read_frame(in, pkt) >= 0) {
+        if ((pkt->stream_index == vi || pkt->stream_index == ai) && pkt->pos >= 0 &&
+            pkt->pts != AV_NOPTS_VALUE && pkt->dts != AV_NOPTS_VALUE)
+            packets->push_back({pkt->stream_index == vi, pkt->pos, pkt->size, pkt->pts, pkt->dts,
+                                pkt->duration, (pkt->flags & AV_PKT_FLAG_KEY) != 0});
+        av_packet_unref(pkt);
+    }
+    av_packet_free(&pkt);
+    std::stable_sort(packets->begin(), packets->end(),
+                     [](const RefPacket& a, const RefPacket& b) { return a.pos < b.pos; });
+}
+
+void FinishAudio(const std::vector<int64_t>& durations, const std::vector<int64_t>& sizes,
+                 AudioModel* audio) {
+    audio->frame_duration = MostCommon(durations);
+    audio->usual_chunk = MostCommon(sizes);
+    if (audio->pcm && audio->block_align > 0) audio->frame_duration = 1;  // per sample
+}
+
+// The distance between key pictures when it never changes, else 0.
+int ConstantGap(const std::vector<int64_t>& keys) {
+    if (keys.size() < 2) return 0;
+    const int64_t gap = keys[1] - keys[0];
+    for (size_t i = 2; i < keys.size(); ++i)
+        if (keys[i] - keys[i - 1] != gap) return 0;
+    return static_cast<int>(gap);
+}
+
+// The first video and audio tracks the scan can tell by content.
+void ChooseStreams(const AVFormatContext* in, int* vi, int* ai) {
+    for (unsigned i = 0; i < in->nb_streams; ++i) {
+        const AVCodecParameters* par = in->streams[i]->codecpar;
+        const bool video_codec =
+            par->codec_id == AV_CODEC_ID_H264 || par->codec_id == AV_CODEC_ID_HEVC;
+        if (*vi < 0 && video_codec) *vi = static_cast<int>(i);
+        const std::string name = avcodec_get_name(par->codec_id);
+        if (*ai < 0 && par->codec_type == AVMEDIA_TYPE_AUDIO &&
+            (par->codec_id == AV_CODEC_ID_AAC || name.rfind("pcm_", 0) == 0))
+            *ai = static_cast<int>(i);
+    }
+}
+
 }  // namespace
 
 bool FindMediaData(const std::string& path, int64_t* start, int64_t* end) {
@@ -170,22 +215,14 @@ bool ReferenceModel::Learn(const std::string& path, std::string* error) {
         *error = "the reference has no media data box ('mdat'): not an MP4/MOV recording";
         ok = false;
     }
+    summary += ", media data at " + std::to_string(mdat_start);
     return ok;
 }
 
 bool ReferenceModel::LearnPackets(void* context, const std::string& path, std::string* error) {
     auto* in = static_cast<AVFormatContext*>(context);
     int vi = -1, ai = -1;
-    for (unsigned i = 0; i < in->nb_streams; ++i) {
-        const AVCodecParameters* par = in->streams[i]->codecpar;
-        const bool video_codec =
-            par->codec_id == AV_CODEC_ID_H264 || par->codec_id == AV_CODEC_ID_HEVC;
-        if (vi < 0 && video_codec) vi = static_cast<int>(i);
-        const std::string name = avcodec_get_name(par->codec_id);
-        if (ai < 0 && par->codec_type == AVMEDIA_TYPE_AUDIO &&
-            (par->codec_id == AV_CODEC_ID_AAC || name.rfind("pcm_", 0) == 0))
-            ai = static_cast<int>(i);
-    }
+    ChooseStreams(in, &vi, &ai);
     if (vi < 0 && ai < 0) {
         *error = "the reference has neither H.264/HEVC video nor AAC/PCM audio";
         return false;
@@ -194,19 +231,8 @@ bool ReferenceModel::LearnPackets(void* context, const std::string& path, std::s
     if (ai >= 0) AudioStream(in->streams[ai], &audio);
     audio.stream.index = video.present ? 1 : 0;
 
-    // Packets in file order (MP4/MOV demuxers hand them out so), enough to learn from.
     std::vector<RefPacket> packets;
-    AVPacket* pkt = av_packet_alloc();
-    while (pkt && packets.size() < 20000 && av_read_frame(in, pkt) >= 0) {
-        if ((pkt->stream_index == vi || pkt->stream_index == ai) && pkt->pos >= 0 &&
-            pkt->pts != AV_NOPTS_VALUE && pkt->dts != AV_NOPTS_VALUE)
-            packets.push_back({pkt->stream_index == vi, pkt->pos, pkt->size, pkt->pts, pkt->dts,
-                               pkt->duration, (pkt->flags & AV_PKT_FLAG_KEY) != 0});
-        av_packet_unref(pkt);
-    }
-    av_packet_free(&pkt);
-    std::stable_sort(packets.begin(), packets.end(),
-                     [](const RefPacket& a, const RefPacket& b) { return a.pos < b.pos; });
+    ReadPackets(in, vi, ai, &packets);
 
     std::vector<int64_t> vpos, vsize, vpts, vdts_steps, adurations, asizes, keys;
     int64_t vdts_last = 0;
@@ -243,23 +269,13 @@ bool ReferenceModel::LearnPackets(void* context, const std::string& path, std::s
             *error = "the reference's video is too short to learn its frame rate from";
             return false;
         }
-        std::vector<int64_t> gaps;
-        for (size_t i = 1; i < keys.size(); ++i) gaps.push_back(keys[i] - keys[i - 1]);
-        video.gop = !gaps.empty() && std::all_of(gaps.begin(), gaps.end(),
-                                                 [&](int64_t g) { return g == gaps[0]; })
-                        ? static_cast<int>(gaps[0])
-                        : 0;
+        video.gop = ConstantGap(keys);
         if (!CheckPictureOrder(path, vpos, vsize, vpts, error)) return false;
     }
-    if (audio.present) {
-        audio.frame_duration = MostCommon(adurations);
-        audio.usual_chunk = MostCommon(asizes);
-        if (audio.pcm && audio.block_align > 0) audio.frame_duration = 1;
-    }
+    if (audio.present) FinishAudio(adurations, asizes, &audio);
     summary = "reference: " + std::to_string(packets.size()) + " packets, video " +
               (video.present ? video.stream.codec : "none") + ", audio " +
-              (audio.present ? audio.stream.codec : "none") + ", media data at " +
-              std::to_string(mdat_start);
+              (audio.present ? audio.stream.codec : "none");
     return true;
 }
 
