@@ -162,7 +162,8 @@ bool AccessUnitReader::Read(ScanWindow* window, int64_t pos, int64_t limit, bool
         PictureInfo info;
         bool first = false;
         const bool unlike_before = unlike_;
-        const Nal kind = Classify(p + length_size_, head, head == len, &info, &first);
+        const Nal kind =
+            Classify(p + length_size_, head, static_cast<int64_t>(head) == len, &info, &first);
         if (kind == Nal::kInvalid || (kind == Nal::kPrefix && have_slice)) {
             unlike_ = unlike_before;  // not part of this unit
             break;
