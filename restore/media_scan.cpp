@@ -86,31 +86,48 @@ bool MediaScan::Run(const std::string& damaged, const Progress& progress, const 
 }
 
 bool MediaScan::ReadVideo(int64_t pos, AccessUnit* unit) {
-    const bool key_only = !have_picture_ || after_gap_;
+    const bool key_only = !have_picture_ || after_gap_ || seeking_key_;
     return reader_.Read(&window_, pos, limit_, key_only, unit) && Continues(unit->picture);
 }
 
 // Whether a recognised picture can follow the previous one. After damage (or at the start)
 // only a key picture can: what comes before it refers to pictures that are gone.
 bool MediaScan::Continues(const PictureInfo& picture) const {
-    if (!have_picture_ || after_gap_) {
+    if (!have_picture_ || after_gap_ || seeking_key_) {
         if (ref_.video.hevc) return picture.irap && picture.slice_type == 2;
         return picture.idr && picture.frame_num == 0;
     }
-    if (ref_.video.hevc || picture.idr) return true;
+    if (picture.idr) return true;
+    if (ref_.video.hevc) {
+        // Neighbours in decoding order lie close in output order too.
+        const int64_t max_lsb = int64_t{1} << reader_.poc_params(picture.pps_id).log2_max_poc_lsb;
+        int64_t d = (static_cast<int64_t>(picture.poc_lsb) - prev_poc_lsb_) & (max_lsb - 1);
+        if (d > max_lsb / 2) d -= max_lsb;
+        return picture.irap || (d >= -64 && d <= 64);
+    }
     const int bits = reader_.poc_params(picture.pps_id).log2_max_frame_num;
     return picture.frame_num == ((prev_ref_frame_num_ + 1) & ((1u << bits) - 1));
 }
 
 void MediaScan::AddVideo(int64_t pos, const AccessUnit& unit) {
+    const bool resumed = after_gap_;
     if (after_gap_) PlaceAfterGap(pos);
     const VideoModel& v = ref_.video;
     bool reset = false;
     const int64_t poc = poc_.Next(reader_.poc_params(unit.picture.pps_id), unit.picture, &reset);
     const int64_t dts = v.first_dts + video_index_ * v.frame_duration;
+    if (unit.picture.irap) skip_rasl_ = resumed && !unit.picture.idr;
+    if (skip_rasl_ && unit.picture.rasl) {
+        // Leading pictures of a random access point met after damage refer to pictures
+        // before it: they do not decode, but kept their place in decoding order.
+        ++video_index_;
+        attributed_ += unit.size;
+        prev_poc_lsb_ = unit.picture.poc_lsb;
+        return;
+    }
     if (reset) {
         seq_poc_ = poc;
-        seq_pts_ = dts + v.key_delay;
+        seq_pts_ = dts + (unit.picture.idr || !have_picture_ ? v.key_delay : v.later_key_delay);
     }
     const int64_t pts = seq_pts_ + (poc - seq_poc_) / v.poc_step * v.frame_duration;
     IndexPacket p;
@@ -128,6 +145,7 @@ void MediaScan::AddVideo(int64_t pos, const AccessUnit& unit) {
     attributed_ += unit.size;
     have_picture_ = true;
     if (unit.picture.reference) prev_ref_frame_num_ = unit.picture.frame_num;
+    prev_poc_lsb_ = unit.picture.poc_lsb;
 }
 
 int64_t MediaScan::NextVideo(int64_t from, int64_t bound) {

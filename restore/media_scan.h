@@ -72,6 +72,9 @@ class MediaScan {
     int64_t seq_pts_ = 0;
     bool have_picture_ = false;
     uint32_t prev_ref_frame_num_ = 0;
+    int64_t prev_poc_lsb_ = 0;
+    bool skip_rasl_ = false;
+    bool seeking_key_ = false;
     bool after_gap_ = false;  // damage seen, timing not yet placed again
     int64_t gap_from_ = 0;    // end of the last sample before the damage
     double last_end_ = 0;     // seconds: end of the latest sample so far

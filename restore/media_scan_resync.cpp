@@ -21,6 +21,7 @@ bool MaybeAacStart(uint8_t first, int channels) {
 // row) validates; the bytes before it that still hold audio are kept.
 int64_t MediaScan::Resync(int64_t pos) {
     int64_t found = limit_;
+    seeking_key_ = true;  // only a key picture will do
     for (int64_t at = pos + 1; at < limit_ && found == limit_;) {
         size_t got = 0;
         const uint8_t* p = window_.At(at, size_t{1} << 20, &got);
@@ -32,7 +33,6 @@ int64_t MediaScan::Resync(int64_t pos) {
                 if (p[i] != 0 || (p[i + 4] & 0x80) != 0 || (p[i + 1] == 0 && p[i + 2] == 0))
                     continue;
                 AccessUnit unit;
-                have_picture_ = false;  // only a key picture will do
                 if (ReadVideo(cand, &unit)) {
                     found = cand;
                     break;
@@ -51,6 +51,7 @@ int64_t MediaScan::Resync(int64_t pos) {
         at += static_cast<int64_t>(i) + (found == limit_ ? 1 : 0);
         if (i + 8 > got && found == limit_) at = std::max<int64_t>(at, pos + 1);
     }
+    seeking_key_ = false;
     if (ref_.video.present && ref_.audio.present && !ref_.audio.pcm && found < limit_) {
         MarkGap(pos);
         RecoverAudioBefore(pos, found);

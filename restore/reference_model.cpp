@@ -247,6 +247,7 @@ bool ReferenceModel::LearnPackets(void* context, const std::string& path, std::s
             if (!vpos.empty()) vdts_steps.push_back(p.dts - vdts_last);
             vdts_last = p.dts;
             if (p.key) {
+                if (keys.size() < 2) video.later_key_delay = p.pts - p.dts;
                 if (keys.empty()) video.key_delay = p.pts - p.dts;
                 keys.push_back(static_cast<int64_t>(vpos.size()));
             }

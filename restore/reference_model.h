@@ -20,9 +20,10 @@ struct VideoModel {
     std::vector<uint8_t> decoder_config;               // avcC / hvcC as stored
     int64_t frame_duration = 0;
     int64_t first_dts = 0;
-    int64_t key_delay = 0;  // pts - dts of a key picture
-    int64_t poc_step = 2;   // picture order count per frame duration
-    int gop = 0;            // frames between key pictures when constant, else 0
+    int64_t key_delay = 0;        // pts - dts of the first key picture
+    int64_t later_key_delay = 0;  // of the next (an open GOP's leading pictures come before it)
+    int64_t poc_step = 2;         // picture order count per frame duration
+    int gop = 0;                  // frames between key pictures when constant, else 0
     int64_t max_sample = 0;
 };
 

@@ -235,6 +235,10 @@ TEST(RescueTest, RebuildsTheIndexFromAReferenceRecording) {
         {"1 MB of random bytes in the middle",
          {Join(Join(kH264, {"-qp", "2"}), kAac), true, true, "640x480", "testsrc2"}, ".mp4",
          Damage::kRandom, 30},
+        {"HEVC, 1 MB of random bytes in the middle",
+         {Join({"-c:v", "libx265", "-preset", "ultrafast", "-x265-params",
+                "bframes=3:keyint=25:qp=4:log-level=0", "-pix_fmt", "yuv420p"}, kAac),
+          true, true, "640x480", "testsrc2"}, ".mp4", Damage::kRandom, 20},
         {"cut in the middle of a sample", {Join(kH264, kAac)}, ".mp4", Damage::kCutMidSample, 4},
     };
     // clang-format on
