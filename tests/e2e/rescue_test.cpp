@@ -258,10 +258,18 @@ TEST(RescueTest, RefusesAReferenceThatDoesNotFit) {
     const Settings recording{Join(kH264, kAac)};
     // clang-format off
     const Misfit rows[] = {
-        {"other resolution", {Join(kH264, kAac), true, true, "640x480"}, "does not fit"},
+        {"other resolution", {Join(kH264, kAac), true, true, "640x480"},
+         "does not decode with the reference's parameter sets"},
+        {"other profile (High, CABAC)",
+         {Join({"-c:v", "libx264", "-preset", "medium", "-bf", "2", "-g", "25", "-pix_fmt",
+                "yuv420p"}, kAac)}, "does not decode with the reference's parameter sets"},
+        {"no B-frames in the reference",
+         {Join({"-c:v", "libx264", "-preset", "ultrafast", "-bf", "0", "-g", "25", "-pix_fmt",
+                "yuv420p"}, kAac)}, "does not decode with the reference's parameter sets"},
         {"other codec", {Join({"-c:v", "libx265", "-preset", "ultrafast", "-x265-params",
-                                "log-level=0", "-pix_fmt", "yuv420p"}, kAac)}, "does not fit"},
-        {"audio only", {kAac, false, true}, "does not fit"},
+                                "log-level=0", "-pix_fmt", "yuv420p"}, kAac)},
+         "no sample of the recording is video of the reference's kind"},
+        {"audio only", {kAac, false, true}, "the reference does not describe this recording"},
     };
     // clang-format on
     for (const Misfit& m : rows) {
@@ -276,9 +284,11 @@ TEST(RescueTest, RefusesAReferenceThatDoesNotFit) {
         write_file(index, "an older index\n");
         const RunResult r = ws.tool("kinefix-index", {"--reference", reference, damaged, index});
         EXPECT_NE(r.exit_code, 0);
+        EXPECT_NE(r.err.find("the reference does not fit: "), std::string::npos) << r.err;
         EXPECT_NE(r.err.find(m.expected), std::string::npos) << r.err;
         EXPECT_NE(r.err.find("no index written"), std::string::npos) << r.err;
-        printf("[ %s ] %s", m.name, r.err.substr(r.err.rfind("kinefix-index:")).c_str());
+        const size_t last = r.err.rfind("kinefix-index:");
+        printf("[ %s ] %s", m.name, last == std::string::npos ? "" : r.err.c_str() + last);
         EXPECT_EQ(read_file(index), "an older index\n");
         size_t files = 0;
         for (const auto& e : fs::directory_iterator(ws.dir().path())) files += e.is_regular_file();
