@@ -10,7 +10,7 @@
 #include "crypt/crypt.h"
 #include "log/log.h"
 #include "restore/ffmpeg_compat.h"
-#include "restore/output_file.h"
+#include "restore/pending_output.h"
 #include "restore/packet_entry.h"
 #include "utils/file_guard.h"
 #include "utils/file_offset.h"
@@ -152,7 +152,7 @@ void RepairEngine::Run(const char* broken_file, const char* moov_file, const cha
     if (!parser.Parse(moov_file)) return;
 
     zp::watch_interrupts();
-    OutputFile output(output_file);
+    PendingOutput output(output_file);
     output_ = &output;
     int ret = 0;
     if (SetUpOutput(&output, parser, &ret)) {
@@ -189,7 +189,7 @@ bool RepairEngine::InputsUsable(const char* broken_file, const char* moov_file,
 
 // Steps 4 to 8 of a repair: the container, its streams, the fresh file and the header. False
 // ends the run; *ret then holds FFmpeg's error, if the failure had one.
-bool RepairEngine::SetUpOutput(OutputFile* output, const MoovParser& parser, int* ret) {
+bool RepairEngine::SetUpOutput(PendingOutput* output, const MoovParser& parser, int* ret) {
     AVFormatContext* context = output->CreateContext();
     if (!context) {
         fprintf(stderr, "Could not create output context\n");
@@ -224,7 +224,7 @@ bool RepairEngine::SetUpOutput(OutputFile* output, const MoovParser& parser, int
 
 // The trailer, the file put in place, and what the front end learns of it. A failure here is
 // reported on standard output whatever the progress: the output would not play.
-int RepairEngine::Finish(OutputFile* output) {
+int RepairEngine::Finish(PendingOutput* output) {
     const int ret = output->Commit();
     if (ret < 0) {
         const std::string error = ErrorText(ret);
