@@ -318,11 +318,10 @@ void RepairEngine::WriteLine(AVFormatContext* output, FILE* broken, MoovParser* 
     kinefix_compat::reset_packet(packet_);
 
     const int version = parser->version();
-    const char* cursor = line;
-    const char* end = line + strlen(line);
+    PacketLine walk(version, line, line + strlen(line));
     PacketEntry entry;  // version 1 carries unread fields over from the line's previous entry
     for (;;) {
-        const EntryRead read = ReadPacketEntry(version, &cursor, end, &entry);
+        const EntryRead read = walk.Next(&entry);
         if (read == EntryRead::kBadVersion) {
             printf("[ERROR] version=%d, parse failed\n", version);
             if (output_) output_->Discard();  // exit skips destructors
@@ -338,11 +337,7 @@ void RepairEngine::WriteLine(AVFormatContext* output, FILE* broken, MoovParser* 
                         entry.stream_index, parser->line_number(), parser->Progress(), line);
             return;
         }
-        const char* next = strchr(cursor, ';');
-        if (!WriteEntry(output, broken, parser, entry, next)) return;
-        if (!next) return;
-        cursor = next + 1;
-        if (cursor >= end) return;
+        if (!WriteEntry(output, broken, parser, entry, walk.rest())) return;
     }
 }
 
