@@ -15,6 +15,8 @@
 #include "restore/moov_parser.h"
 #include "restore/packet_entry.h"
 
+using namespace restore;
+
 namespace {
 
 namespace fs = std::filesystem;

@@ -8,6 +8,8 @@
 
 #include "restore/packet_entry.h"
 
+using namespace restore;
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size == 0) return 0;
     const int version = data[0] % 3 + 1;  // 1, 2, and 3 for an unknown one

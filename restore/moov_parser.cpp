@@ -14,6 +14,8 @@
 #include "utils/file_offset.h"
 #include "utils/utils.h"
 
+namespace restore {
+
 namespace {
 
 int to_int(const std::string& text) {
@@ -215,3 +217,5 @@ double MoovParser::Progress() const {
     if (total_size_ <= 0) return 0.0;
     return static_cast<double>(position_) / static_cast<double>(total_size_);
 }
+
+}  // namespace restore

@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <string>
 
+namespace restore {
+
 struct StreamDesc {
     int index = 0;
     char codec[16] = {0};
@@ -78,3 +80,5 @@ class MoovParser {
     size_t block_pos_ = 0;
     int64_t offset_ = 0;
 };
+
+}  // namespace restore

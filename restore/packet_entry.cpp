@@ -4,6 +4,8 @@
 #include <climits>
 #include <cstring>
 
+namespace restore {
+
 namespace {
 
 bool AtLineEnd(const char* p, const char* end) {
@@ -119,3 +121,5 @@ EntryRead PacketLine::Next(PacketEntry* entry) {
     }
     return EntryRead::kEntry;
 }
+
+}  // namespace restore

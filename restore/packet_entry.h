@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+namespace restore {
+
 struct PacketEntry {
     int stream_index = 0;
     int64_t position = 0;  // 0: read on from where the previous packet ended
@@ -47,3 +49,5 @@ class PacketLine {
     const char* rest_ = nullptr;
     bool done_ = false;
 };
+
+}  // namespace restore

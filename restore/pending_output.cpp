@@ -7,6 +7,8 @@
 #include "utils/file_safety.h"
 #include "utils/utils.h"
 
+namespace restore {
+
 PendingOutput::PendingOutput(const char* path) : path_(path ? path : "") {}
 
 PendingOutput::~PendingOutput() {
@@ -60,3 +62,5 @@ void PendingOutput::CloseIo() {
     if (context_ && context_->pb && !(context_->oformat->flags & AVFMT_NOFILE))
         avio_closep(&context_->pb);
 }
+
+}  // namespace restore

@@ -7,6 +7,8 @@
 
 struct AVFormatContext;
 
+namespace restore {
+
 class PendingOutput {
   public:
     explicit PendingOutput(const char* path);
@@ -39,3 +41,5 @@ class PendingOutput {
     bool committed_ = false;
     int64_t size_ = 0;
 };
+
+}  // namespace restore

@@ -19,6 +19,8 @@
 #include "utils/same_file.h"
 #include "utils/utils.h"
 
+namespace restore {
+
 namespace {
 
 constexpr int kMaxStreamIndex = 4;
@@ -461,3 +463,5 @@ bool RepairEngine::ReadPacketData(FILE* broken, int64_t position, int size) {
                 ferror(broken));
     return false;
 }
+
+}  // namespace restore

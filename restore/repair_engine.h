@@ -14,6 +14,9 @@
 struct AVFormatContext;
 struct AVPacket;
 struct AVStream;
+
+namespace restore {
+
 class PendingOutput;
 
 class RepairEngine {
@@ -68,3 +71,5 @@ class RepairEngine {
     int64_t budget_used_ = 0;
     int64_t budget_dropped_ = 0;
 };
+
+}  // namespace restore

@@ -8,6 +8,8 @@
 
 #include "restore/packet_entry.h"
 
+using namespace restore;
+
 namespace {
 
 // The entries of a whole line, as the copy loop walks them.
