@@ -6,6 +6,10 @@
 #include <cstdio>
 #include <string>
 
+namespace zp {
+class ObjectText;
+}
+
 namespace restore {
 
 struct StreamDesc {
@@ -58,6 +62,7 @@ class MoovParser {
     bool has_video() const { return has_video_; }
 
   private:
+    void ReadDescription(const zp::ObjectText& obj);
     // One line as fgets reads it (at most kLineMax - 1 bytes, '\n' kept); false at the end.
     bool ReadLine();
 
