@@ -347,47 +347,59 @@ void RepairEngine::WriteLine(AVFormatContext* output, FILE* broken, MoovParser* 
 bool RepairEngine::WriteEntry(AVFormatContext* output, FILE* broken, MoovParser* parser,
                               const PacketEntry& entry, const char* next) {
     AVStream* stream = output->streams[entry.stream_index];
-    AVPacket* pkt = packet_;
-    kinefix_compat::reset_packet(pkt);
-
-    // Accumulators follow the entry's index, the time base the stream's codec type.
-    const bool audio_entry = entry.stream_index == parser->audio().index;
-    int64_t pts = 0;
-    int64_t dts = 0;
-    steps_.Apply(audio_entry, entry.pts_step, entry.dts_step, &pts, &dts);
-    int64_t duration = entry.duration;
-    if (audio_entry && duration == 0) duration = stream->codecpar->frame_size;
-
+    // The steps count even for a packet whose bytes cannot be read.
+    const Times times = Advance(entry, *parser, *stream);
     if (!ReadPacketData(broken, entry.position, entry.size)) return false;
-
-    pkt->data = buffer_;
-    pkt->size = entry.size;
-    pkt->stream_index = entry.stream_index;
-    pkt->flags = entry.key ? AV_PKT_FLAG_KEY : 0;
-
-    const bool audio_stream = stream->codecpar->codec_type == AVMEDIA_TYPE_AUDIO;
-    const StreamDesc& desc = audio_stream ? static_cast<const StreamDesc&>(parser->audio())
-                                          : static_cast<const StreamDesc&>(parser->video());
-    const AVRational source_tb = {desc.tb_num, desc.tb_den};
-    const auto rounding = static_cast<AVRounding>(AV_ROUND_NEAR_INF | AV_ROUND_PASS_MINMAX);
-    pkt->pts = av_rescale_q_rnd(pts, source_tb, stream->time_base, rounding);
-    pkt->dts = av_rescale_q_rnd(dts, source_tb, stream->time_base, rounding);
-    pkt->duration = av_rescale_q(duration, source_tb, stream->time_base);
-    pkt->pos = -1;
-
+    AVPacket* pkt = FillPacket(entry, *parser, *stream, times);
     const int ret = av_write_frame(output, pkt);
     if (ret < 0) {
         ReportWriteError(stream, pkt, parser, ret, next);
         return false;
     }
-    ++packets_written_;
-    if (pkt->pts != AV_NOPTS_VALUE) {
-        // In floating point: a hostile index can put pts at the edge of the 64-bit range.
-        const double end_time = av_q2d(stream->time_base) * (static_cast<double>(pkt->pts) +
-                                                             static_cast<double>(pkt->duration));
-        if (end_time > end_seconds_) end_seconds_ = end_time;
-    }
+    CountWritten(*stream, *pkt);
     return true;
+}
+
+// Accumulators follow the entry's index; an audio entry without a duration lasts one frame.
+RepairEngine::Times RepairEngine::Advance(const PacketEntry& entry, const MoovParser& parser,
+                                          const AVStream& stream) {
+    const bool audio_entry = entry.stream_index == parser.audio().index;
+    Times t;
+    steps_.Apply(audio_entry, entry.pts_step, entry.dts_step, &t.pts, &t.dts);
+    t.duration = entry.duration;
+    if (audio_entry && t.duration == 0) t.duration = stream.codecpar->frame_size;
+    return t;
+}
+
+// The packet over the buffer, its times rescaled from the time base of the stream's codec type.
+AVPacket* RepairEngine::FillPacket(const PacketEntry& entry, const MoovParser& parser,
+                                   const AVStream& stream, const Times& times) {
+    AVPacket* pkt = packet_;
+    kinefix_compat::reset_packet(pkt);
+    pkt->data = buffer_;
+    pkt->size = entry.size;
+    pkt->stream_index = entry.stream_index;
+    pkt->flags = entry.key ? AV_PKT_FLAG_KEY : 0;
+
+    const bool audio_stream = stream.codecpar->codec_type == AVMEDIA_TYPE_AUDIO;
+    const StreamDesc& desc = audio_stream ? static_cast<const StreamDesc&>(parser.audio())
+                                          : static_cast<const StreamDesc&>(parser.video());
+    const AVRational source_tb = {desc.tb_num, desc.tb_den};
+    const auto rounding = static_cast<AVRounding>(AV_ROUND_NEAR_INF | AV_ROUND_PASS_MINMAX);
+    pkt->pts = av_rescale_q_rnd(times.pts, source_tb, stream.time_base, rounding);
+    pkt->dts = av_rescale_q_rnd(times.dts, source_tb, stream.time_base, rounding);
+    pkt->duration = av_rescale_q(times.duration, source_tb, stream.time_base);
+    pkt->pos = -1;
+    return pkt;
+}
+
+void RepairEngine::CountWritten(const AVStream& stream, const AVPacket& pkt) {
+    ++packets_written_;
+    if (pkt.pts == AV_NOPTS_VALUE) return;
+    // In floating point: a hostile index can put pts at the edge of the 64-bit range.
+    const double end_time = av_q2d(stream.time_base) *
+                            (static_cast<double>(pkt.pts) + static_cast<double>(pkt.duration));
+    if (end_time > end_seconds_) end_seconds_ = end_time;
 }
 
 void RepairEngine::ReportWriteError(const AVStream* stream, const AVPacket* pkt,

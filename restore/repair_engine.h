@@ -43,8 +43,18 @@ class RepairEngine {
     int Finish(PendingOutput* output);
     void ReportRefusal(const std::string& why);
     void Interrupt(int line_number);
+    // One entry's timestamps, in its description's time base.
+    struct Times {
+        int64_t pts = 0;
+        int64_t dts = 0;
+        int64_t duration = 0;
+    };
     bool WriteEntry(AVFormatContext* output, FILE* broken, MoovParser* parser,
                     const PacketEntry& entry, const char* next);
+    Times Advance(const PacketEntry& entry, const MoovParser& parser, const AVStream& stream);
+    AVPacket* FillPacket(const PacketEntry& entry, const MoovParser& parser, const AVStream& stream,
+                         const Times& times);
+    void CountWritten(const AVStream& stream, const AVPacket& pkt);
     void ReportWriteError(const AVStream* stream, const AVPacket* pkt, const MoovParser* parser,
                           int ret, const char* next);
     bool ReadPacketData(FILE* broken, int64_t position, int size);
