@@ -1,0 +1,500 @@
+// MainWindow: controls, their layout and the wiring to RepairQueue; no repair logic of its own.
+#include "main_window.h"
+
+#include <QButtonGroup>
+#include <QCloseEvent>
+#include <QDesktopServices>
+#include <QDir>
+#include <QDragEnterEvent>
+#include <QDropEvent>
+#include <QFileInfo>
+#include <QFormLayout>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QMessageBox>
+#include <QMimeData>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QRadioButton>
+#include <QSettings>
+#include <QTimer>
+#include <QUrl>
+#include <QVBoxLayout>
+
+#include "path_field.h"
+#include "repair_queue.h"
+#include "rescue_probe.h"
+
+namespace {
+
+constexpr int kProgressSteps = 1000;
+const char kVideoFilter[] = "Videos (*.mp4 *.mov *.m4v *.3gp *.mkv *.MP4 *.MOV);;All files (*)";
+
+}  // namespace
+
+MainWindow::MainWindow(const ToolLocator& tools, QWidget* parent)
+    : QMainWindow(parent),
+      tools_(tools),
+      queue_(new RepairQueue(tools, this)),
+      clock_(new QTimer(this)) {
+    setWindowTitle(tr("Kinefix – repair a damaged recording"));
+    setAcceptDrops(true);
+    buildControls();
+
+    clock_->setInterval(1000);
+    connect(clock_, &QTimer::timeout, this, &MainWindow::tick);
+    connect(queue_, &RepairQueue::jobStarted, this, [this](int position) {
+        const int row = running_rows_.at(position);
+        rows_[row].state = RowState::Running;
+        rows_[row].progress = 0.0;
+        refreshItem(row);
+        selectRow(row);
+        estimate_.start();
+        progress_->setValue(0);
+        tick();
+    });
+    connect(queue_, &RepairQueue::jobStepStarted, this, [this](int, const QString& text) {
+        step_text_ = text;
+        tick();
+    });
+    connect(queue_, &RepairQueue::jobProgressed, this, [this](int position, double fraction) {
+        const int row = running_rows_.at(position);
+        const int before = qRound(rows_[row].progress * 100);
+        rows_[row].progress = fraction;
+        estimate_.update(fraction);
+        progress_->setValue(qRound(fraction * kProgressSteps));
+        if (qRound(fraction * 100) != before) refreshItem(row);
+        tick();
+    });
+    connect(queue_, &RepairQueue::jobFinished, this,
+            [this](int position, const RepairOutcome& outcome) {
+                const int row = running_rows_.at(position);
+                Row& r = rows_[row];
+                r.outcome = outcome;
+                r.state = outcome.status == RepairOutcome::Status::Repaired ? RowState::Repaired
+                          : outcome.status == RepairOutcome::Status::Failed
+                              ? RowState::Failed
+                              : RowState::Cancelled;
+                refreshItem(row);
+                if (r.state == RowState::Repaired) progress_->setValue(kProgressSteps);
+                showRow(row);
+            });
+    connect(queue_, &RepairQueue::allFinished, this, [this](int repaired, int failed, bool) {
+        setRunning(false);
+        const QString elapsed = estimate_.text();
+        status_->setText(running_rows_.size() > 1
+                             ? tr("%1 of %2 recordings repaired, %3 failed.")
+                                   .arg(repaired)
+                                   .arg(running_rows_.size())
+                                   .arg(failed)
+                             : QString());
+        emit allFinished();
+        if (close_when_done_) close();
+    });
+
+    auto* probe = new RescueProbe(this);
+    connect(probe, &RescueProbe::answered, this, &MainWindow::setRescueAvailable);
+    probe->start(tools_);
+
+    QSettings settings;
+    restoreGeometry(settings.value(QStringLiteral("window/geometry")).toByteArray());
+    damaged_->setStartFolder(folder("damaged"));
+    index_->setStartFolder(folder("index"));
+    reference_->setStartFolder(folder("reference"));
+    output_->setStartFolder(folder("output"));
+    setRunning(false);
+    showRow(-1);
+}
+
+MainWindow::~MainWindow() = default;
+
+void MainWindow::buildControls() {
+    auto* central = new QWidget;
+    auto* layout = new QVBoxLayout(central);
+
+    auto* list_label = new QLabel(tr("Recordings to repai&r (drop damaged files here):"));
+    list_ = new QListWidget;
+    list_->setObjectName(QStringLiteral("queue"));
+    list_->setAccessibleName(tr("Recordings to repair"));
+    list_->setMinimumHeight(list_->fontMetrics().height() * 4);
+    list_label->setBuddy(list_);
+    connect(list_, &QListWidget::currentRowChanged, this, &MainWindow::showRow);
+    layout->addWidget(list_label);
+    layout->addWidget(list_, 1);
+
+    auto* form = form_ = new QFormLayout;
+    damaged_ = new PathField(tr("&Damaged recording:"), PathField::Mode::OpenFiles, kVideoFilter);
+    index_ = new PathField(tr("&Index file:"), PathField::Mode::OpenFile,
+                           tr("Index files (*.idx);;All files (*)"));
+    reference_ = new PathField(tr("&Healthy recording:"), PathField::Mode::OpenFile, kVideoFilter);
+    output_ = new PathField(tr("&Output:"), PathField::Mode::SaveFile, kVideoFilter);
+    damaged_->setObjectName(QStringLiteral("damaged"));
+    index_->setObjectName(QStringLiteral("index"));
+    reference_->setObjectName(QStringLiteral("reference"));
+    output_->setObjectName(QStringLiteral("output"));
+    reference_->edit()->setToolTip(
+        tr("A recording that plays, made by the same camera with the same settings"));
+
+    mode_row_ = new QWidget;
+    auto* mode_layout = new QHBoxLayout(mode_row_);
+    mode_layout->setContentsMargins(0, 0, 0, 0);
+    use_index_ = new QRadioButton(tr("Its inde&x file"));
+    use_reference_ = new QRadioButton(tr("A healthy recording from the same &camera"));
+    use_index_->setObjectName(QStringLiteral("useIndex"));
+    use_reference_->setObjectName(QStringLiteral("useReference"));
+    use_index_->setChecked(true);
+    auto* group = new QButtonGroup(this);
+    group->addButton(use_index_);
+    group->addButton(use_reference_);
+    mode_layout->addWidget(use_index_);
+    mode_layout->addWidget(use_reference_);
+    mode_layout->addStretch(1);
+    connect(use_reference_, &QRadioButton::toggled, this, [this] {
+        storeField();
+        updateModeControls();
+    });
+
+    mode_label_ = new QLabel(tr("Repair with:"));
+    form->addRow(damaged_->label(), damaged_);
+    form->addRow(mode_label_, mode_row_);
+    form->addRow(index_->label(), index_);
+    form->addRow(reference_->label(), reference_);
+    form->addRow(output_->label(), output_);
+    layout->addLayout(form);
+
+    connect(damaged_, &PathField::chosen, this, &MainWindow::damagedChosen);
+    connect(damaged_, &PathField::edited, this, [this] { storeField(); });
+    for (PathField* field : {index_, reference_, output_}) {
+        connect(field, &PathField::edited, this, [this] { storeField(); });
+        connect(field, &PathField::chosen, this, [this] { storeField(); });
+    }
+
+    progress_ = new QProgressBar;
+    progress_->setObjectName(QStringLiteral("progress"));
+    progress_->setAccessibleName(tr("Repair progress"));
+    progress_->setRange(0, kProgressSteps);
+    progress_->setFormat(QStringLiteral("%p %"));
+    status_ = new QLabel;
+    status_->setObjectName(QStringLiteral("status"));
+    result_ = new QLabel;
+    result_->setObjectName(QStringLiteral("result"));
+    result_->setWordWrap(true);
+    result_->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
+    result_->setMinimumHeight(result_->fontMetrics().height() * 3);
+    result_->setAlignment(Qt::AlignLeft | Qt::AlignTop);
+    layout->addWidget(progress_);
+    layout->addWidget(status_);
+    layout->addWidget(result_);
+
+    auto* buttons = new QHBoxLayout;
+    open_ = new QPushButton(tr("Open res&ult"));
+    show_folder_ = new QPushButton(tr("Show in &folder"));
+    cancel_ = new QPushButton(tr("Cance&l"));
+    repair_ = new QPushButton(tr("Re&pair"));
+    open_->setObjectName(QStringLiteral("openResult"));
+    show_folder_->setObjectName(QStringLiteral("showInFolder"));
+    cancel_->setObjectName(QStringLiteral("cancel"));
+    repair_->setObjectName(QStringLiteral("repair"));
+    repair_->setDefault(true);
+    buttons->addWidget(open_);
+    buttons->addWidget(show_folder_);
+    buttons->addStretch(1);
+    buttons->addWidget(cancel_);
+    buttons->addWidget(repair_);
+    layout->addLayout(buttons);
+    connect(repair_, &QPushButton::clicked, this, &MainWindow::startRepair);
+    connect(cancel_, &QPushButton::clicked, this, [this] {
+        queue_->cancel();
+        cancel_->setEnabled(false);
+        step_text_ = tr("Stopping: finishing what was copied so far");
+        tick();
+    });
+    connect(open_, &QPushButton::clicked, this,
+            [this] { QDesktopServices::openUrl(QUrl::fromLocalFile(selectedOutput())); });
+    connect(show_folder_, &QPushButton::clicked, this, [this] {
+        QDesktopServices::openUrl(
+            QUrl::fromLocalFile(QFileInfo(selectedOutput()).absolutePath()));
+    });
+
+    setCentralWidget(central);
+    setRescueAvailable(false);
+}
+
+void MainWindow::addFiles(const QStringList& paths) {
+    int first_new = -1;
+    for (const QString& given : paths) {
+        const QString path = QFileInfo(given).absoluteFilePath();
+        if (path.endsWith(QLatin1String(".idx"), Qt::CaseInsensitive) && selected_ >= 0) {
+            rows_[selected_].request.index = path;
+            rows_[selected_].use_reference = false;
+            continue;
+        }
+        bool known = false;
+        for (const Row& row : rows_) known = known || row.request.damaged == path;
+        if (known) continue;
+        Row row;
+        row.request = RepairRequest::forDamaged(path);
+        rows_.append(row);
+        list_->addItem(QString());
+        refreshItem(static_cast<int>(rows_.size()) - 1);
+        if (first_new < 0) first_new = static_cast<int>(rows_.size()) - 1;
+        rememberFolder("damaged", path);
+    }
+    if (first_new >= 0)
+        selectRow(first_new);
+    else
+        showRow(selected_);
+}
+
+bool MainWindow::repairing() const {
+    return queue_->running();
+}
+
+void MainWindow::selectRow(int row) {
+    if (list_->currentRow() != row)
+        list_->setCurrentRow(row);
+    else
+        showRow(row);
+}
+
+// Fills the fields and the message area from one queued recording.
+void MainWindow::showRow(int row) {
+    selected_ = row;
+    const Row empty;
+    const Row& r = row >= 0 && row < rows_.size() ? rows_.at(row) : empty;
+    damaged_->setPath(QDir::toNativeSeparators(r.request.damaged));
+    index_->setPath(QDir::toNativeSeparators(r.request.index));
+    reference_->setPath(QDir::toNativeSeparators(r.request.reference));
+    output_->setPath(QDir::toNativeSeparators(r.request.output));
+    use_reference_->setChecked(r.use_reference && rescue_available_);
+    use_index_->setChecked(!use_reference_->isChecked());
+    updateModeControls();
+    if (r.state == RowState::Waiting || r.state == RowState::Running) {
+        if (!repairing())
+            showMessage(row < 0 ? tr("Drop a damaged recording here or choose it above.")
+                                : QString(),
+                        {}, false);
+        if (r.state == RowState::Waiting) progress_->setValue(0);
+    } else {
+        showOutcome(r.outcome);
+        progress_->setValue(qRound(r.progress * kProgressSteps));
+    }
+    const bool has_output = (r.state == RowState::Repaired ||
+                             (r.state == RowState::Cancelled && r.outcome.has_summary)) &&
+                            QFileInfo::exists(r.request.output);
+    open_->setEnabled(has_output);
+    show_folder_->setEnabled(has_output);
+}
+
+void MainWindow::refreshItem(int row) {
+    const Row& r = rows_.at(row);
+    QString state;
+    switch (r.state) {
+        case RowState::Waiting:
+            state = tr("waiting");
+            break;
+        case RowState::Running:
+            state = tr("repairing, %1 %").arg(qRound(r.progress * 100));
+            break;
+        case RowState::Repaired:
+            state = tr("repaired");
+            break;
+        case RowState::Failed:
+            state = tr("failed");
+            break;
+        case RowState::Cancelled:
+            state = tr("cancelled");
+            break;
+    }
+    QListWidgetItem* item = list_->item(row);
+    item->setText(QStringLiteral("%1 — %2").arg(QFileInfo(r.request.damaged).fileName(), state));
+    item->setToolTip(QDir::toNativeSeparators(r.request.damaged));
+}
+
+// The fields describe the selected recording; typing into the damaged field with nothing
+// queued queues what is typed.
+void MainWindow::storeField() {
+    if (selected_ < 0) {
+        if (damaged_->path().isEmpty()) return;
+        Row row;
+        rows_.append(row);
+        list_->addItem(QString());
+        selected_ = static_cast<int>(rows_.size()) - 1;
+        const QSignalBlocker block(list_);
+        list_->setCurrentRow(selected_);
+    }
+    Row& r = rows_[selected_];
+    const QString damaged = QDir::fromNativeSeparators(damaged_->path());
+    if (damaged != r.request.damaged) {
+        // Proposals follow the damaged file unless the person has chosen otherwise.
+        const RepairRequest old = RepairRequest::forDamaged(r.request.damaged);
+        const RepairRequest fresh = RepairRequest::forDamaged(damaged);
+        r.request.damaged = damaged;
+        if (index_->path().isEmpty() || index_->path() == old.index)
+            index_->setPath(fresh.index);
+        if (output_->path().isEmpty() || output_->path() == old.output)
+            output_->setPath(fresh.output);
+    }
+    r.request.index = QDir::fromNativeSeparators(index_->path());
+    r.request.reference = QDir::fromNativeSeparators(reference_->path());
+    r.request.output = QDir::fromNativeSeparators(output_->path());
+    r.use_reference = use_reference_->isChecked();
+    if (r.state != RowState::Running) r.state = RowState::Waiting;
+    refreshItem(selected_);
+    for (PathField* f : {index_, reference_, output_})
+        if (!f->path().isEmpty()) rememberFolder(f->objectName().toLatin1().constData(), f->path());
+}
+
+void MainWindow::damagedChosen(const QStringList& paths) {
+    if (paths.isEmpty()) return;
+    damaged_->setPath(paths.first());
+    storeField();
+    addFiles(paths.mid(1));
+    rememberFolder("damaged", paths.first());
+}
+
+void MainWindow::setRescueAvailable(bool available) {
+    rescue_available_ = available;
+    QFormLayout* form = form_;
+    form->setRowVisible(mode_row_, available);
+    if (!available) use_index_->setChecked(true);
+    updateModeControls();
+    emit rescueAnswered(available);
+}
+
+void MainWindow::updateModeControls() {
+    QFormLayout* form = form_;
+    const bool reference = rescue_available_ && use_reference_->isChecked();
+    form->setRowVisible(index_, !reference);
+    form->setRowVisible(reference_, reference);
+}
+
+void MainWindow::startRepair() {
+    if (repairing()) return;
+    storeField();
+    QList<RepairRequest> requests;
+    running_rows_.clear();
+    for (int i = 0; i < rows_.size(); ++i) {
+        if (rows_[i].state == RowState::Repaired) continue;
+        RepairRequest request = rows_[i].request;
+        if (rows_[i].use_reference && rescue_available_)
+            request.index.clear();
+        else
+            request.reference.clear();
+        const QString problem = request.problem(rescue_available_);
+        if (!problem.isEmpty()) {
+            selectRow(i);
+            showMessage(problem, {}, true);
+            return;
+        }
+        requests.append(request);
+        running_rows_.append(i);
+    }
+    if (requests.isEmpty()) {
+        showMessage(rows_.isEmpty() ? tr("Choose the damaged recording.")
+                                    : tr("Every recording in the list is already repaired."),
+                    {}, true);
+        return;
+    }
+    for (int row : running_rows_) {
+        rows_[row].state = RowState::Waiting;
+        refreshItem(row);
+    }
+    showMessage(QString(), {}, false);
+    setRunning(true);
+    queue_->start(requests);
+}
+
+void MainWindow::setRunning(bool running) {
+    for (QWidget* w : {static_cast<QWidget*>(damaged_), static_cast<QWidget*>(index_),
+                       static_cast<QWidget*>(reference_), static_cast<QWidget*>(output_),
+                       static_cast<QWidget*>(mode_row_)})
+        w->setEnabled(!running);
+    repair_->setEnabled(!running);
+    cancel_->setEnabled(running);
+    list_->setEnabled(!running || rows_.size() > 1);
+    if (running) {
+        open_->setEnabled(false);
+        show_folder_->setEnabled(false);
+        clock_->start();
+    } else {
+        clock_->stop();
+        step_text_.clear();
+    }
+}
+
+void MainWindow::showOutcome(const RepairOutcome& outcome) {
+    showMessage(outcome.message, outcome.details,
+                outcome.status != RepairOutcome::Status::Repaired);
+}
+
+void MainWindow::showMessage(const QString& headline, const QStringList& details, bool problem) {
+    QString html;
+    if (!headline.isEmpty())
+        html = problem ? QStringLiteral("<b>%1</b>").arg(headline.toHtmlEscaped())
+                       : headline.toHtmlEscaped();
+    for (const QString& d : details) html += QStringLiteral("<br>") + d.toHtmlEscaped();
+    result_->setText(html);
+    result_->setAccessibleDescription(QStringList(headline + details).join(QLatin1Char(' ')));
+}
+
+// The status line: the step, then elapsed time and what is left, refreshed every second.
+void MainWindow::tick() {
+    if (!repairing()) return;
+    QString text = step_text_;
+    if (queue_->size() > 1)
+        text = tr("Recording %1 of %2: %3").arg(queue_->position() + 1).arg(queue_->size()).arg(text);
+    status_->setText(text.isEmpty() ? estimate_.text()
+                                    : QStringLiteral("%1 — %2").arg(text, estimate_.text()));
+}
+
+QString MainWindow::selectedOutput() const {
+    return selected_ >= 0 && selected_ < rows_.size() ? rows_.at(selected_).request.output
+                                                      : QString();
+}
+
+void MainWindow::rememberFolder(const char* key, const QString& path) {
+    const QString dir = QFileInfo(path).absolutePath();
+    QSettings().setValue(QStringLiteral("folders/") + QLatin1String(key), dir);
+    PathField* fields[] = {damaged_, index_, reference_, output_};
+    for (PathField* f : fields)
+        if (f->objectName() == QLatin1String(key)) f->setStartFolder(dir);
+}
+
+QString MainWindow::folder(const char* key) const {
+    return QSettings()
+        .value(QStringLiteral("folders/") + QLatin1String(key), QDir::homePath())
+        .toString();
+}
+
+void MainWindow::closeEvent(QCloseEvent* event) {
+    QSettings().setValue(QStringLiteral("window/geometry"), saveGeometry());
+    if (!repairing()) {
+        event->accept();
+        return;
+    }
+    event->ignore();
+    if (close_when_done_) return;
+    const auto answer = QMessageBox::question(
+        this, tr("Stop the repair?"),
+        tr("A repair is running. Stop it and close Kinefix? What was copied so far is kept and "
+           "plays."),
+        QMessageBox::Yes | QMessageBox::No, QMessageBox::No);
+    if (answer != QMessageBox::Yes) return;
+    close_when_done_ = true;
+    queue_->cancel();
+}
+
+void MainWindow::dragEnterEvent(QDragEnterEvent* event) {
+    if (!repairing() && event->mimeData()->hasUrls()) event->acceptProposedAction();
+}
+
+void MainWindow::dropEvent(QDropEvent* event) {
+    QStringList paths;
+    for (const QUrl& url : event->mimeData()->urls())
+        if (url.isLocalFile()) paths.append(url.toLocalFile());
+    addFiles(paths);
+    event->acceptProposedAction();
+}
