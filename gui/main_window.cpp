@@ -332,16 +332,22 @@ void MainWindow::storeField() {
         const RepairRequest old = RepairRequest::forDamaged(r.request.damaged);
         const RepairRequest fresh = RepairRequest::forDamaged(damaged);
         r.request.damaged = damaged;
+        if (r.state != RowState::Running) r.state = RowState::Waiting;
         if (index_->path().isEmpty() || index_->path() == old.index)
             index_->setPath(fresh.index);
         if (output_->path().isEmpty() || output_->path() == old.output)
             output_->setPath(fresh.output);
     }
+    const RepairRequest before = r.request;
+    const bool used_reference = r.use_reference;
     r.request.index = QDir::fromNativeSeparators(index_->path());
     r.request.reference = QDir::fromNativeSeparators(reference_->path());
     r.request.output = QDir::fromNativeSeparators(output_->path());
     r.use_reference = use_reference_->isChecked();
-    if (r.state != RowState::Running) r.state = RowState::Waiting;
+    const bool changed = r.request.index != before.index ||
+                         r.request.reference != before.reference ||
+                         r.request.output != before.output || r.use_reference != used_reference;
+    if (changed && r.state != RowState::Running) r.state = RowState::Waiting;
     refreshItem(selected_);
     for (PathField* f : {index_, reference_, output_})
         if (!f->path().isEmpty()) rememberFolder(f->objectName().toLatin1().constData(), f->path());
@@ -437,7 +443,7 @@ void MainWindow::showMessage(const QString& headline, const QStringList& details
                        : headline.toHtmlEscaped();
     for (const QString& d : details) html += QStringLiteral("<br>") + d.toHtmlEscaped();
     result_->setText(html);
-    result_->setAccessibleDescription(QStringList(headline + details).join(QLatin1Char(' ')));
+    result_->setAccessibleDescription((QStringList(headline) + details).join(QLatin1Char(' ')));
 }
 
 // The status line: the step, then elapsed time and what is left, refreshed every second.

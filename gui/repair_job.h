@@ -23,6 +23,7 @@ struct RepairOutcome {
     RepairSummary summary;
     int refused_packets = 0;
 };
+Q_DECLARE_METATYPE(RepairOutcome)
 
 class RepairJob : public QObject {
     Q_OBJECT
