@@ -19,6 +19,7 @@
 #include <QPushButton>
 #include <QRadioButton>
 #include <QSettings>
+#include <QStackedWidget>
 #include <QTimer>
 #include <QUrl>
 #include <QVBoxLayout>
@@ -99,7 +100,8 @@ MainWindow::MainWindow(const ToolLocator& tools, QWidget* parent)
     probe->start(tools_);
 
     QSettings settings;
-    restoreGeometry(settings.value(QStringLiteral("window/geometry")).toByteArray());
+    if (!restoreGeometry(settings.value(QStringLiteral("window/geometry")).toByteArray()))
+        resize(fontMetrics().averageCharWidth() * 110, sizeHint().height());
     damaged_->setStartFolder(folder("damaged"));
     index_->setStartFolder(folder("index"));
     reference_->setStartFolder(folder("reference"));
@@ -121,8 +123,16 @@ void MainWindow::buildControls() {
     list_->setMinimumHeight(list_->fontMetrics().height() * 4);
     list_label->setBuddy(list_);
     connect(list_, &QListWidget::currentRowChanged, this, &MainWindow::showRow);
+    auto* hint = new QLabel(tr("Drop damaged recordings here,\nor choose one with Browse… below."));
+    hint->setObjectName(QStringLiteral("dropHint"));
+    hint->setAlignment(Qt::AlignCenter);
+    hint->setFrameShape(QFrame::StyledPanel);
+    hint->setEnabled(false);
+    queue_stack_ = new QStackedWidget;
+    queue_stack_->addWidget(hint);
+    queue_stack_->addWidget(list_);
     layout->addWidget(list_label);
-    layout->addWidget(list_, 1);
+    layout->addWidget(queue_stack_, 1);
 
     auto* form = form_ = new QFormLayout;
     damaged_ = new PathField(tr("&Damaged recording:"), PathField::Mode::OpenFiles, kVideoFilter);
@@ -175,7 +185,7 @@ void MainWindow::buildControls() {
     progress_->setObjectName(QStringLiteral("progress"));
     progress_->setAccessibleName(tr("Repair progress"));
     progress_->setRange(0, kProgressSteps);
-    progress_->setFormat(QStringLiteral("%p %"));
+    progress_->setFormat(QStringLiteral("%p%"));
     status_ = new QLabel;
     status_->setObjectName(QStringLiteral("status"));
     result_ = new QLabel;
@@ -273,9 +283,9 @@ void MainWindow::showRow(int row) {
     updateModeControls();
     if (r.state == RowState::Waiting || r.state == RowState::Running) {
         if (!repairing())
-            showMessage(row < 0 ? tr("Drop a damaged recording here or choose it above.")
-                                : QString(),
-                        {}, false);
+            showMessage(row < 0 ? tr("Choose the damaged recording, its index file and where "
+                                     "to write the repaired video, then press Repair.")
+                                : QString(), {});
         if (r.state == RowState::Waiting) progress_->setValue(0);
     } else {
         showOutcome(r.outcome);
@@ -289,6 +299,7 @@ void MainWindow::showRow(int row) {
 }
 
 void MainWindow::refreshItem(int row) {
+    queue_stack_->setCurrentWidget(list_);
     const Row& r = rows_.at(row);
     QString state;
     switch (r.state) {
@@ -392,7 +403,7 @@ void MainWindow::startRepair() {
         const QString problem = request.problem(rescue_available_);
         if (!problem.isEmpty()) {
             selectRow(i);
-            showMessage(problem, {}, true);
+            showMessage(problem, {});
             return;
         }
         requests.append(request);
@@ -400,15 +411,14 @@ void MainWindow::startRepair() {
     }
     if (requests.isEmpty()) {
         showMessage(rows_.isEmpty() ? tr("Choose the damaged recording.")
-                                    : tr("Every recording in the list is already repaired."),
-                    {}, true);
+                                    : tr("Every recording in the list is already repaired."), {});
         return;
     }
     for (int row : running_rows_) {
         rows_[row].state = RowState::Waiting;
         refreshItem(row);
     }
-    showMessage(QString(), {}, false);
+    showMessage(QString(), {});
     setRunning(true);
     queue_->start(requests);
 }
@@ -432,15 +442,13 @@ void MainWindow::setRunning(bool running) {
 }
 
 void MainWindow::showOutcome(const RepairOutcome& outcome) {
-    showMessage(outcome.message, outcome.details,
-                outcome.status != RepairOutcome::Status::Repaired);
+    showMessage(outcome.message, outcome.details);
 }
 
-void MainWindow::showMessage(const QString& headline, const QStringList& details, bool problem) {
+void MainWindow::showMessage(const QString& headline, const QStringList& details) {
     QString html;
     if (!headline.isEmpty())
-        html = problem ? QStringLiteral("<b>%1</b>").arg(headline.toHtmlEscaped())
-                       : headline.toHtmlEscaped();
+        html = QStringLiteral("<b>%1</b>").arg(headline.toHtmlEscaped());
     for (const QString& d : details) html += QStringLiteral("<br>") + d.toHtmlEscaped();
     result_->setText(html);
     result_->setAccessibleDescription((QStringList(headline) + details).join(QLatin1Char(' ')));

@@ -15,6 +15,7 @@ class QListWidget;
 class QProgressBar;
 class QPushButton;
 class QRadioButton;
+class QStackedWidget;
 class QTimer;
 class RepairQueue;
 
@@ -60,7 +61,7 @@ class MainWindow : public QMainWindow {
     void startRepair();
     void setRunning(bool running);
     void showOutcome(const RepairOutcome& outcome);
-    void showMessage(const QString& headline, const QStringList& details, bool problem);
+    void showMessage(const QString& headline, const QStringList& details = {});
     void tick();
     QString selectedOutput() const;
     void rememberFolder(const char* key, const QString& path);
@@ -77,6 +78,7 @@ class MainWindow : public QMainWindow {
     QString step_text_;
     QTimer* clock_;
 
+    QStackedWidget* queue_stack_ = nullptr;
     QListWidget* list_ = nullptr;
     QFormLayout* form_ = nullptr;
     PathField* damaged_ = nullptr;
