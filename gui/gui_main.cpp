@@ -12,8 +12,8 @@ int main(int argc, char** argv) {
     QApplication::setApplicationName(QStringLiteral("kinefix-gui"));
     QApplication::setApplicationDisplayName(QStringLiteral("Kinefix"));
     QApplication::setDesktopFileName(QStringLiteral("kinefix-gui"));
-    QApplication::setWindowIcon(
-        QIcon::fromTheme(QStringLiteral("kinefix-gui"), QIcon(QStringLiteral(":/kinefix-gui.png"))));
+    QApplication::setWindowIcon(QIcon::fromTheme(QStringLiteral("kinefix-gui"),
+                                                 QIcon(QStringLiteral(":/kinefix-gui.png"))));
 
     MainWindow window(ToolLocator(QApplication::applicationDirPath()));
     QStringList files = QApplication::arguments().mid(1);

@@ -18,11 +18,13 @@ QString HumanText::errorSentence(const QString& message) {
     if (message.contains(QLatin1String("No space left on device")))
         return Tr("The disk is full. Free some space and repair again.");
     if (message.contains(QLatin1String("File too large")))
-        return Tr("The output grew larger than its disk allows. Choose an output on another "
-                  "disk and repair again.");
+        return Tr(
+            "The output grew larger than its disk allows. Choose an output on another "
+            "disk and repair again.");
     if (message.contains(QLatin1String("the output file is one of the input files")))
-        return Tr("The output would overwrite one of the inputs, so nothing was written. "
-                  "Choose another output name.");
+        return Tr(
+            "The output would overwrite one of the inputs, so nothing was written. "
+            "Choose another output name.");
     if (message.startsWith(QLatin1String("input is not a regular file: ")))
         return Tr("%1 is not an ordinary file (a pipe or a device?). Save it to a file first.")
             .arg(message.mid(29));
@@ -31,22 +33,25 @@ QString HumanText::errorSentence(const QString& message) {
                   "kept.")
             .arg(message.section(QLatin1String(": "), 1));
     if (message == QLatin1String("Invalid argument"))
-        return Tr("Some packets had timestamps out of order and were left out: the index may "
-                  "belong to another recording.");
+        return Tr(
+            "Some packets had timestamps out of order and were left out: the index may "
+            "belong to another recording.");
     return Tr("The repair reported: %1").arg(message);
 }
 
 QString HumanText::stderrSentence(const QString& line) {
     if (line.startsWith(QLatin1String("Could not create output context")))
-        return Tr("Kinefix cannot write a video of that kind: end the output's name with .mp4, "
-                  ".mov or .mkv.");
+        return Tr(
+            "Kinefix cannot write a video of that kind: end the output's name with .mp4, "
+            ".mov or .mkv.");
     if (line.startsWith(QLatin1String("Error occurred: ")))
         return Tr("The output could not be written: %1. Check that its folder exists and is "
                   "writable.")
             .arg(line.mid(16));
     if (line.startsWith(QLatin1String("Error occurred when opening output file")))
-        return Tr("The output format refused the streams the index describes: the index may "
-                  "be incomplete.");
+        return Tr(
+            "The output format refused the streams the index describes: the index may "
+            "be incomplete.");
     if (line.startsWith(QLatin1String("kinefix-index:")) ||
         line.startsWith(QLatin1String("kinefix-crypt:")))
         return line.section(QLatin1Char(':'), 1).trimmed();

@@ -1,14 +1,12 @@
 // MainWindow: controls, their layout and the wiring to RepairQueue; no repair logic of its own.
 #include "main_window.h"
 
-#include <QButtonGroup>
 #include <QCloseEvent>
 #include <QDesktopServices>
 #include <QDir>
 #include <QDragEnterEvent>
 #include <QDropEvent>
 #include <QFileInfo>
-#include <QFormLayout>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
@@ -17,7 +15,6 @@
 #include <QMimeData>
 #include <QProgressBar>
 #include <QPushButton>
-#include <QRadioButton>
 #include <QSettings>
 #include <QStackedWidget>
 #include <QTimer>
@@ -25,13 +22,13 @@
 #include <QVBoxLayout>
 
 #include "path_field.h"
+#include "request_form.h"
 #include "repair_queue.h"
 #include "rescue_probe.h"
 
 namespace {
 
 constexpr int kProgressSteps = 1000;
-const char kVideoFilter[] = "Videos (*.mp4 *.mov *.m4v *.3gp *.mkv *.MP4 *.MOV);;All files (*)";
 
 }  // namespace
 
@@ -39,7 +36,8 @@ MainWindow::MainWindow(const ToolLocator& tools, QWidget* parent)
     : QMainWindow(parent),
       tools_(tools),
       queue_(new RepairQueue(tools, this)),
-      clock_(new QTimer(this)) {
+      clock_(new QTimer(this)),
+      settings_(new QSettings(this)) {
     setWindowTitle(tr("Kinefix – repair a damaged recording"));
     setAcceptDrops(true);
     buildControls();
@@ -75,9 +73,8 @@ MainWindow::MainWindow(const ToolLocator& tools, QWidget* parent)
                 Row& r = rows_[row];
                 r.outcome = outcome;
                 r.state = outcome.status == RepairOutcome::Status::Repaired ? RowState::Repaired
-                          : outcome.status == RepairOutcome::Status::Failed
-                              ? RowState::Failed
-                              : RowState::Cancelled;
+                          : outcome.status == RepairOutcome::Status::Failed ? RowState::Failed
+                                                                            : RowState::Cancelled;
                 refreshItem(row);
                 if (r.state == RowState::Repaired) progress_->setValue(kProgressSteps);
                 showRow(row);
@@ -85,12 +82,11 @@ MainWindow::MainWindow(const ToolLocator& tools, QWidget* parent)
     connect(queue_, &RepairQueue::allFinished, this, [this](int repaired, int failed, bool) {
         setRunning(false);
         const QString elapsed = estimate_.text();
-        status_->setText(running_rows_.size() > 1
-                             ? tr("%1 of %2 recordings repaired, %3 failed.")
-                                   .arg(repaired)
-                                   .arg(running_rows_.size())
-                                   .arg(failed)
-                             : QString());
+        status_->setText(running_rows_.size() > 1 ? tr("%1 of %2 recordings repaired, %3 failed.")
+                                                        .arg(repaired)
+                                                        .arg(running_rows_.size())
+                                                        .arg(failed)
+                                                  : QString());
         emit allFinished();
         if (close_when_done_) close();
     });
@@ -99,13 +95,10 @@ MainWindow::MainWindow(const ToolLocator& tools, QWidget* parent)
     connect(probe, &RescueProbe::answered, this, &MainWindow::setRescueAvailable);
     probe->start(tools_);
 
-    QSettings settings;
-    if (!restoreGeometry(settings.value(QStringLiteral("window/geometry")).toByteArray()))
+    if (!restoreGeometry(settings_->value(QStringLiteral("window/geometry")).toByteArray()))
         resize(fontMetrics().averageCharWidth() * 110, sizeHint().height());
-    damaged_->setStartFolder(folder("damaged"));
-    index_->setStartFolder(folder("index"));
-    reference_->setStartFolder(folder("reference"));
-    output_->setStartFolder(folder("output"));
+    for (PathField* f : form_->fields())
+        f->setStartFolder(folder(f->objectName().toLatin1().constData()));
     setRunning(false);
     showRow(-1);
 }
@@ -134,52 +127,14 @@ void MainWindow::buildControls() {
     layout->addWidget(list_label);
     layout->addWidget(queue_stack_, 1);
 
-    auto* form = form_ = new QFormLayout;
-    damaged_ = new PathField(tr("&Damaged recording:"), PathField::Mode::OpenFiles, kVideoFilter);
-    index_ = new PathField(tr("&Index file:"), PathField::Mode::OpenFile,
-                           tr("Index files (*.idx);;All files (*)"));
-    reference_ = new PathField(tr("&Healthy recording:"), PathField::Mode::OpenFile, kVideoFilter);
-    output_ = new PathField(tr("&Output:"), PathField::Mode::SaveFile, kVideoFilter);
-    damaged_->setObjectName(QStringLiteral("damaged"));
-    index_->setObjectName(QStringLiteral("index"));
-    reference_->setObjectName(QStringLiteral("reference"));
-    output_->setObjectName(QStringLiteral("output"));
-    reference_->edit()->setToolTip(
-        tr("A recording that plays, made by the same camera with the same settings"));
-
-    mode_row_ = new QWidget;
-    auto* mode_layout = new QHBoxLayout(mode_row_);
-    mode_layout->setContentsMargins(0, 0, 0, 0);
-    use_index_ = new QRadioButton(tr("Its inde&x file"));
-    use_reference_ = new QRadioButton(tr("A healthy recording from the same &camera"));
-    use_index_->setObjectName(QStringLiteral("useIndex"));
-    use_reference_->setObjectName(QStringLiteral("useReference"));
-    use_index_->setChecked(true);
-    auto* group = new QButtonGroup(this);
-    group->addButton(use_index_);
-    group->addButton(use_reference_);
-    mode_layout->addWidget(use_index_);
-    mode_layout->addWidget(use_reference_);
-    mode_layout->addStretch(1);
-    connect(use_reference_, &QRadioButton::toggled, this, [this] {
-        storeField();
-        updateModeControls();
-    });
-
-    mode_label_ = new QLabel(tr("Repair with:"));
-    form->addRow(damaged_->label(), damaged_);
-    form->addRow(mode_label_, mode_row_);
-    form->addRow(index_->label(), index_);
-    form->addRow(reference_->label(), reference_);
-    form->addRow(output_->label(), output_);
-    layout->addLayout(form);
-
-    connect(damaged_, &PathField::chosen, this, &MainWindow::damagedChosen);
-    connect(damaged_, &PathField::edited, this, [this] { storeField(); });
-    for (PathField* field : {index_, reference_, output_}) {
-        connect(field, &PathField::edited, this, [this] { storeField(); });
-        connect(field, &PathField::chosen, this, [this] { storeField(); });
-    }
+    form_ = new RequestForm;
+    layout->addWidget(form_);
+    connect(form_, &RequestForm::edited, this, &MainWindow::storeField);
+    // Enter in a field does what a dialog's default button would.
+    for (PathField* f : form_->fields())
+        connect(f->edit(), &QLineEdit::returnPressed, this, &MainWindow::startRepair);
+    connect(form_, &RequestForm::damagedChosen, this,
+            [this](const QStringList& paths) { addFiles(paths.mid(1)); });
 
     progress_ = new QProgressBar;
     progress_->setObjectName(QStringLiteral("progress"));
@@ -224,12 +179,10 @@ void MainWindow::buildControls() {
     connect(open_, &QPushButton::clicked, this,
             [this] { QDesktopServices::openUrl(QUrl::fromLocalFile(selectedOutput())); });
     connect(show_folder_, &QPushButton::clicked, this, [this] {
-        QDesktopServices::openUrl(
-            QUrl::fromLocalFile(QFileInfo(selectedOutput()).absolutePath()));
+        QDesktopServices::openUrl(QUrl::fromLocalFile(QFileInfo(selectedOutput()).absolutePath()));
     });
 
     setCentralWidget(central);
-    setRescueAvailable(false);
 }
 
 void MainWindow::addFiles(const QStringList& paths) {
@@ -274,18 +227,13 @@ void MainWindow::showRow(int row) {
     selected_ = row;
     const Row empty;
     const Row& r = row >= 0 && row < rows_.size() ? rows_.at(row) : empty;
-    damaged_->setPath(QDir::toNativeSeparators(r.request.damaged));
-    index_->setPath(QDir::toNativeSeparators(r.request.index));
-    reference_->setPath(QDir::toNativeSeparators(r.request.reference));
-    output_->setPath(QDir::toNativeSeparators(r.request.output));
-    use_reference_->setChecked(r.use_reference && rescue_available_);
-    use_index_->setChecked(!use_reference_->isChecked());
-    updateModeControls();
+    form_->setRequest(r.request, r.use_reference);
     if (r.state == RowState::Waiting || r.state == RowState::Running) {
         if (!repairing())
             showMessage(row < 0 ? tr("Choose the damaged recording, its index file and where "
                                      "to write the repaired video, then press Repair.")
-                                : QString(), {});
+                                : QString(),
+                        {});
         if (r.state == RowState::Waiting) progress_->setValue(0);
     } else {
         showOutcome(r.outcome);
@@ -327,65 +275,30 @@ void MainWindow::refreshItem(int row) {
 // The fields describe the selected recording; typing into the damaged field with nothing
 // queued queues what is typed.
 void MainWindow::storeField() {
+    const RepairRequest request = form_->request();
     if (selected_ < 0) {
-        if (damaged_->path().isEmpty()) return;
-        Row row;
-        rows_.append(row);
+        if (request.damaged.isEmpty()) return;
+        rows_.append(Row());
         list_->addItem(QString());
         selected_ = static_cast<int>(rows_.size()) - 1;
         const QSignalBlocker block(list_);
         list_->setCurrentRow(selected_);
     }
     Row& r = rows_[selected_];
-    const QString damaged = QDir::fromNativeSeparators(damaged_->path());
-    if (damaged != r.request.damaged) {
-        // Proposals follow the damaged file unless the person has chosen otherwise.
-        const RepairRequest old = RepairRequest::forDamaged(r.request.damaged);
-        const RepairRequest fresh = RepairRequest::forDamaged(damaged);
-        r.request.damaged = damaged;
-        if (r.state != RowState::Running) r.state = RowState::Waiting;
-        if (index_->path().isEmpty() || index_->path() == old.index)
-            index_->setPath(fresh.index);
-        if (output_->path().isEmpty() || output_->path() == old.output)
-            output_->setPath(fresh.output);
-    }
-    const RepairRequest before = r.request;
-    const bool used_reference = r.use_reference;
-    r.request.index = QDir::fromNativeSeparators(index_->path());
-    r.request.reference = QDir::fromNativeSeparators(reference_->path());
-    r.request.output = QDir::fromNativeSeparators(output_->path());
-    r.use_reference = use_reference_->isChecked();
-    const bool changed = r.request.index != before.index ||
-                         r.request.reference != before.reference ||
-                         r.request.output != before.output || r.use_reference != used_reference;
+    const bool changed = request.damaged != r.request.damaged || request.index != r.request.index ||
+                         request.reference != r.request.reference ||
+                         request.output != r.request.output ||
+                         form_->useReference() != r.use_reference;
+    r.request = request;
+    r.use_reference = form_->useReference();
     if (changed && r.state != RowState::Running) r.state = RowState::Waiting;
     refreshItem(selected_);
-    for (PathField* f : {index_, reference_, output_})
-        if (!f->path().isEmpty()) rememberFolder(f->objectName().toLatin1().constData(), f->path());
-}
-
-void MainWindow::damagedChosen(const QStringList& paths) {
-    if (paths.isEmpty()) return;
-    damaged_->setPath(paths.first());
-    storeField();
-    addFiles(paths.mid(1));
-    rememberFolder("damaged", paths.first());
 }
 
 void MainWindow::setRescueAvailable(bool available) {
     rescue_available_ = available;
-    QFormLayout* form = form_;
-    form->setRowVisible(mode_row_, available);
-    if (!available) use_index_->setChecked(true);
-    updateModeControls();
+    form_->setRescueAvailable(available);
     emit rescueAnswered(available);
-}
-
-void MainWindow::updateModeControls() {
-    QFormLayout* form = form_;
-    const bool reference = rescue_available_ && use_reference_->isChecked();
-    form->setRowVisible(index_, !reference);
-    form->setRowVisible(reference_, reference);
 }
 
 void MainWindow::startRepair() {
@@ -411,7 +324,8 @@ void MainWindow::startRepair() {
     }
     if (requests.isEmpty()) {
         showMessage(rows_.isEmpty() ? tr("Choose the damaged recording.")
-                                    : tr("Every recording in the list is already repaired."), {});
+                                    : tr("Every recording in the list is already repaired."),
+                    {});
         return;
     }
     for (int row : running_rows_) {
@@ -419,15 +333,14 @@ void MainWindow::startRepair() {
         refreshItem(row);
     }
     showMessage(QString(), {});
+    for (PathField* f : form_->fields())
+        if (!f->path().isEmpty()) rememberFolder(f->objectName().toLatin1().constData(), f->path());
     setRunning(true);
     queue_->start(requests);
 }
 
 void MainWindow::setRunning(bool running) {
-    for (QWidget* w : {static_cast<QWidget*>(damaged_), static_cast<QWidget*>(index_),
-                       static_cast<QWidget*>(reference_), static_cast<QWidget*>(output_),
-                       static_cast<QWidget*>(mode_row_)})
-        w->setEnabled(!running);
+    form_->setEnabled(!running);
     repair_->setEnabled(!running);
     cancel_->setEnabled(running);
     list_->setEnabled(!running || rows_.size() > 1);
@@ -447,8 +360,7 @@ void MainWindow::showOutcome(const RepairOutcome& outcome) {
 
 void MainWindow::showMessage(const QString& headline, const QStringList& details) {
     QString html;
-    if (!headline.isEmpty())
-        html = QStringLiteral("<b>%1</b>").arg(headline.toHtmlEscaped());
+    if (!headline.isEmpty()) html = QStringLiteral("<b>%1</b>").arg(headline.toHtmlEscaped());
     for (const QString& d : details) html += QStringLiteral("<br>") + d.toHtmlEscaped();
     result_->setText(html);
     result_->setAccessibleDescription((QStringList(headline) + details).join(QLatin1Char(' ')));
@@ -459,7 +371,8 @@ void MainWindow::tick() {
     if (!repairing()) return;
     QString text = step_text_;
     if (queue_->size() > 1)
-        text = tr("Recording %1 of %2: %3").arg(queue_->position() + 1).arg(queue_->size()).arg(text);
+        text =
+            tr("Recording %1 of %2: %3").arg(queue_->position() + 1).arg(queue_->size()).arg(text);
     status_->setText(text.isEmpty() ? estimate_.text()
                                     : QStringLiteral("%1 — %2").arg(text, estimate_.text()));
 }
@@ -471,20 +384,18 @@ QString MainWindow::selectedOutput() const {
 
 void MainWindow::rememberFolder(const char* key, const QString& path) {
     const QString dir = QFileInfo(path).absolutePath();
-    QSettings().setValue(QStringLiteral("folders/") + QLatin1String(key), dir);
-    PathField* fields[] = {damaged_, index_, reference_, output_};
-    for (PathField* f : fields)
+    settings_->setValue(QStringLiteral("folders/") + QLatin1String(key), dir);
+    for (PathField* f : form_->fields())
         if (f->objectName() == QLatin1String(key)) f->setStartFolder(dir);
 }
 
 QString MainWindow::folder(const char* key) const {
-    return QSettings()
-        .value(QStringLiteral("folders/") + QLatin1String(key), QDir::homePath())
+    return settings_->value(QStringLiteral("folders/") + QLatin1String(key), QDir::homePath())
         .toString();
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {
-    QSettings().setValue(QStringLiteral("window/geometry"), saveGeometry());
+    settings_->setValue(QStringLiteral("window/geometry"), saveGeometry());
     if (!repairing()) {
         event->accept();
         return;

@@ -8,13 +8,12 @@
 #include "repair_job.h"
 #include "tool_locator.h"
 
-class PathField;
-class QFormLayout;
+class RequestForm;
 class QLabel;
 class QListWidget;
 class QProgressBar;
 class QPushButton;
-class QRadioButton;
+class QSettings;
 class QStackedWidget;
 class QTimer;
 class RepairQueue;
@@ -55,9 +54,7 @@ class MainWindow : public QMainWindow {
     void showRow(int row);
     void refreshItem(int row);
     void storeField();
-    void damagedChosen(const QStringList& paths);
     void setRescueAvailable(bool available);
-    void updateModeControls();
     void startRepair();
     void setRunning(bool running);
     void showOutcome(const RepairOutcome& outcome);
@@ -77,18 +74,11 @@ class MainWindow : public QMainWindow {
     ProgressEstimate estimate_;
     QString step_text_;
     QTimer* clock_;
+    QSettings* settings_;  // written back when the window goes
 
     QStackedWidget* queue_stack_ = nullptr;
     QListWidget* list_ = nullptr;
-    QFormLayout* form_ = nullptr;
-    PathField* damaged_ = nullptr;
-    QWidget* mode_row_ = nullptr;
-    QLabel* mode_label_ = nullptr;
-    QRadioButton* use_index_ = nullptr;
-    QRadioButton* use_reference_ = nullptr;
-    PathField* index_ = nullptr;
-    PathField* reference_ = nullptr;
-    PathField* output_ = nullptr;
+    RequestForm* form_ = nullptr;
     QProgressBar* progress_ = nullptr;
     QLabel* status_ = nullptr;
     QLabel* result_ = nullptr;

@@ -24,8 +24,8 @@ class PathField : public QWidget {
     void setStartFolder(const QString& folder) { start_folder_ = folder; }
 
   signals:
-    void edited(const QString& path);          // typed by the user
-    void chosen(const QStringList& paths);     // picked in the dialog
+    void edited(const QString& path);       // typed by the user
+    void chosen(const QStringList& paths);  // picked in the dialog
 
   private:
     void browse();

@@ -91,8 +91,8 @@ void RepairJob::runStep(Step step) {
         case Step::Repair:
             step_base_ = rescue ? 0.5 : 0.0;
             step_weight_ = rescue ? 0.5 : 1.0;
-            emit stepStarted(Tr("Copying the packets into %1")
-                                 .arg(QFileInfo(request_.output).fileName()));
+            emit stepStarted(
+                Tr("Copying the packets into %1").arg(QFileInfo(request_.output).fileName()));
             program = QStringLiteral("kinefix");
             args = {option_text_};
             break;

@@ -22,8 +22,8 @@ void ScreenshotDriver::start() {
         shoot(QStringLiteral("repairing"));
     });
     connect(window_, &MainWindow::allFinished, this, [this] {
-        const bool done = window_->findChild<QPushButton*>(QStringLiteral("openResult"))
-                              ->isEnabled();
+        const bool done =
+            window_->findChild<QPushButton*>(QStringLiteral("openResult"))->isEnabled();
         shoot(done ? QStringLiteral("done") : QStringLiteral("failed"));
         QTimer::singleShot(0, qApp, &QApplication::quit);
     });

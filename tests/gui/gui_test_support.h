@@ -42,8 +42,8 @@ inline QString packetDifference(const FrameReport& original, const FrameReport& 
             .arg(original.streams.size());
     for (const auto& [index, packets] : original.streams) {
         const auto& got = repaired.streams.at(index);
-        const bool count_ok = prefix ? !got.empty() && got.size() <= packets.size()
-                                     : got.size() == packets.size();
+        const bool count_ok =
+            prefix ? !got.empty() && got.size() <= packets.size() : got.size() == packets.size();
         if (!count_ok)
             return QStringLiteral("stream %1: %2 packets of %3")
                 .arg(index)

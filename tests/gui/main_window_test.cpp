@@ -10,6 +10,7 @@
 #include <QMimeData>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QSettings>
 #include <QSignalSpy>
 #include <QStandardPaths>
 #include <QTest>
@@ -33,6 +34,8 @@ class MainWindowTest : public QObject {
     void cancelKeepsAPlayablePartial();
     void droppedFilesFormAQueue();
     void closingDuringARepairAsksFirst();
+    void remembersFoldersAndGeometry();
+    void keyboardReachesEveryControl();
 
   private:
     template <typename T>
@@ -164,7 +167,8 @@ void MainWindowTest::badIndexShowsItsError() {
     kinefix_test::write_file(dir / "clip.idx", "#version=7" + text.substr(text.find('\n')));
     QVERIFY(repair(w));
     QVERIFY2(result(w).contains("not one Kinefix reads (format version 7)"), qPrintable(result(w)));
-    QCOMPARE(control<QListWidget>(w, "queue")->item(0)->text(), QStringLiteral("clip.mp4 — failed"));
+    QCOMPARE(control<QListWidget>(w, "queue")->item(0)->text(),
+             QStringLiteral("clip.mp4 — failed"));
     QVERIFY(!control<QPushButton>(w, "openResult")->isEnabled());
 
     // An index without stream lines: kinefix writes nothing and says so only in its log.
@@ -197,7 +201,8 @@ void MainWindowTest::cancelKeepsAPlayablePartial() {
     QVERIFY2(error.isEmpty(), qPrintable(error));
     std::string header;
     std::string body;
-    for (const std::string& line : kinefix_test::lines_of(kinefix_test::read_file(dir / "once.idx")))
+    for (const std::string& line :
+         kinefix_test::lines_of(kinefix_test::read_file(dir / "once.idx")))
         (line[0] == '#' || line[0] == '{' ? header : body) += line + "\n";
     std::string text = header;
     for (int i = 0; i < 300; ++i) text += body;
@@ -267,7 +272,8 @@ void MainWindowTest::droppedFilesFormAQueue() {
              QStringLiteral("2 of 2 recordings repaired, 0 failed."));
     for (const std::string name : {"first", "second"}) {
         const FrameReport original = kinefix_test::frame_report(dir / (name + ".orig.mp4"), dir);
-        const FrameReport repaired = kinefix_test::frame_report(dir / (name + "-repaired.mp4"), dir);
+        const FrameReport repaired =
+            kinefix_test::frame_report(dir / (name + "-repaired.mp4"), dir);
         QCOMPARE(packetDifference(original, repaired), QString());
     }
     // Pressing Repair again has nothing left to do.
@@ -314,6 +320,57 @@ void MainWindowTest::closingDuringARepairAsksFirst() {
     QTRY_VERIFY(!w.isVisible());
     QVERIFY2(result(w).contains("Repair cancelled. The first 3 packets (0.1 s, 900 bytes)"),
              qPrintable(result(w)));
+}
+
+void MainWindowTest::remembersFoldersAndGeometry() {
+    TempDir dir;
+    kinefix_test::write_file(dir / "a.mp4", "media");
+    kinefix_test::write_file(home_ / "a.idx", "not an index");
+    {
+        MainWindow w(tools_);
+        w.show();
+        w.resize(777, 555);
+        w.addFiles({QString::fromStdString(dir / "a.mp4")});
+        type(w, "index", QString::fromStdString(home_ / "a.idx"));
+        QVERIFY(repair(w));
+        QVERIFY(w.close());
+    }
+    QSettings settings;
+    QCOMPARE(settings.value("folders/damaged").toString(), QString::fromStdString(dir.str()));
+    QCOMPARE(settings.value("folders/index").toString(), QString::fromStdString(home_.str()));
+    MainWindow again(tools_);
+    QCOMPARE(again.size(), QSize(777, 555));
+}
+
+// Mnemonics move to the fields, Tab visits every enabled control, each one has a name.
+void MainWindowTest::keyboardReachesEveryControl() {
+    MainWindow w(tools_);
+    w.show();
+    w.activateWindow();
+    QVERIFY(QTest::qWaitForWindowActive(&w));
+    QTest::keyClick(&w, Qt::Key_O, Qt::AltModifier);
+    QCOMPARE(QApplication::focusWidget(), control<PathField>(w, "output")->edit());
+    QTest::keyClick(&w, Qt::Key_D, Qt::AltModifier);
+    QCOMPARE(QApplication::focusWidget(), control<PathField>(w, "damaged")->edit());
+
+    QList<QWidget*> visited;
+    for (int i = 0; i < 40 && !visited.contains(QApplication::focusWidget()); ++i) {
+        visited.append(QApplication::focusWidget());
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+    }
+    QList<QWidget*> expected;
+    for (const char* name : {"damaged", "index", "output"})
+        expected << control<PathField>(w, name)->edit()
+                 << control<PathField>(w, name)->browseButton();
+    expected << control<QPushButton>(w, "repair");
+    for (QWidget* widget : expected) {
+        QVERIFY2(visited.contains(widget), qPrintable(widget->accessibleName()));
+        const auto* button = qobject_cast<QPushButton*>(widget);
+        QVERIFY(!widget->accessibleName().isEmpty() || (button && !button->text().isEmpty()));
+    }
+    // Enter in a field presses the default button: Repair.
+    QTest::keyClick(control<PathField>(w, "damaged")->edit(), Qt::Key_Return);
+    QVERIFY(result(w).contains("Choose the damaged recording."));
 }
 
 QTEST_MAIN(MainWindowTest)

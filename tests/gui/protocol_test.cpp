@@ -107,8 +107,7 @@ void ProtocolTest::errorsInWords_data() {
                           << "/tmp/p is not an ordinary file";
     QTest::newRow("trailer") << "could not finish the output file: I/O error" << false
                              << "could not be completed (I/O error)";
-    QTest::newRow("unknown") << "Something new" << false
-                             << "The repair reported: Something new";
+    QTest::newRow("unknown") << "Something new" << false << "The repair reported: Something new";
     QTest::newRow("container") << "Could not create output context" << true
                                << "end the output's name with .mp4, .mov or .mkv";
     QTest::newRow("open") << "Error occurred: Permission denied" << true
@@ -124,8 +123,7 @@ void ProtocolTest::errorsInWords() {
     QFETCH(QString, line);
     QFETCH(bool, stderr);
     QFETCH(QString, sentence);
-    const QString said =
-        stderr ? HumanText::stderrSentence(line) : HumanText::errorSentence(line);
+    const QString said = stderr ? HumanText::stderrSentence(line) : HumanText::errorSentence(line);
     if (sentence.isEmpty())
         QCOMPARE(said, QString());
     else
