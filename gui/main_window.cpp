@@ -6,6 +6,7 @@
 #include <QDir>
 #include <QDragEnterEvent>
 #include <QDropEvent>
+#include <QElapsedTimer>
 #include <QFileInfo>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -81,12 +82,14 @@ MainWindow::MainWindow(const ToolLocator& tools, QWidget* parent)
             });
     connect(queue_, &RepairQueue::allFinished, this, [this](int repaired, int failed, bool) {
         setRunning(false);
-        const QString elapsed = estimate_.text();
-        status_->setText(running_rows_.size() > 1 ? tr("%1 of %2 recordings repaired, %3 failed.")
-                                                        .arg(repaired)
-                                                        .arg(running_rows_.size())
-                                                        .arg(failed)
-                                                  : QString());
+        const QString took = ProgressEstimate::clock(queue_clock_.elapsed() / 1000);
+        status_->setText(running_rows_.size() > 1
+                             ? tr("%1 of %2 recordings repaired, %3 failed; %4 in all.")
+                                   .arg(repaired)
+                                   .arg(running_rows_.size())
+                                   .arg(failed)
+                                   .arg(took)
+                             : tr("Ended after %1.").arg(took));
         emit allFinished();
         if (close_when_done_) close();
     });
@@ -140,7 +143,8 @@ void MainWindow::buildControls() {
     progress_->setObjectName(QStringLiteral("progress"));
     progress_->setAccessibleName(tr("Repair progress"));
     progress_->setRange(0, kProgressSteps);
-    progress_->setFormat(QStringLiteral("%p%"));
+    // The percentage is in the status line: drawn across the bar's edge it is hard to read.
+    progress_->setTextVisible(false);
     status_ = new QLabel;
     status_->setObjectName(QStringLiteral("status"));
     result_ = new QLabel;
@@ -336,6 +340,7 @@ void MainWindow::startRepair() {
     for (PathField* f : form_->fields())
         if (!f->path().isEmpty()) rememberFolder(f->objectName().toLatin1().constData(), f->path());
     setRunning(true);
+    queue_clock_.start();
     queue_->start(requests);
 }
 
@@ -373,8 +378,10 @@ void MainWindow::tick() {
     if (queue_->size() > 1)
         text =
             tr("Recording %1 of %2: %3").arg(queue_->position() + 1).arg(queue_->size()).arg(text);
-    status_->setText(text.isEmpty() ? estimate_.text()
-                                    : QStringLiteral("%1 — %2").arg(text, estimate_.text()));
+    const QString percent = QStringLiteral("%1 %").arg(qRound(progress_->value() / 10.0));
+    status_->setText(text.isEmpty()
+                         ? QStringLiteral("%1 — %2").arg(percent, estimate_.text())
+                         : QStringLiteral("%1 — %2 — %3").arg(percent, text, estimate_.text()));
 }
 
 QString MainWindow::selectedOutput() const {

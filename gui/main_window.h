@@ -1,6 +1,7 @@
 #pragma once
 // MainWindow: kinefix-gui's one window; it wires the controls to the repair queue.
 
+#include <QElapsedTimer>
 #include <QList>
 #include <QMainWindow>
 
@@ -71,7 +72,8 @@ class MainWindow : public QMainWindow {
     int selected_ = -1;
     bool rescue_available_ = false;
     bool close_when_done_ = false;
-    ProgressEstimate estimate_;
+    ProgressEstimate estimate_;  // of the running job
+    QElapsedTimer queue_clock_;
     QString step_text_;
     QTimer* clock_;
     QSettings* settings_;  // written back when the window goes

@@ -3,9 +3,7 @@
 
 #include <QCoreApplication>
 
-namespace {
-
-QString Clock(qint64 seconds) {
+QString ProgressEstimate::clock(qint64 seconds) {
     if (seconds >= 3600)
         return QStringLiteral("%1:%2:%3")
             .arg(seconds / 3600)
@@ -13,8 +11,6 @@ QString Clock(qint64 seconds) {
             .arg(seconds % 60, 2, 10, QLatin1Char('0'));
     return QStringLiteral("%1:%2").arg(seconds / 60).arg(seconds % 60, 2, 10, QLatin1Char('0'));
 }
-
-}  // namespace
 
 void ProgressEstimate::start() {
     timer_.start();
@@ -41,9 +37,9 @@ double ProgressEstimate::remainingSeconds(double fraction, qint64 elapsed_ms) {
 
 QString ProgressEstimate::text() const {
     const QString elapsed = QCoreApplication::translate("ProgressEstimate", "%1 elapsed")
-                                .arg(Clock(elapsedMs() / 1000));
+                                .arg(clock(elapsedMs() / 1000));
     const double left = remainingSeconds();
     if (left < 0) return elapsed;
     return QCoreApplication::translate("ProgressEstimate", "%1, about %2 left")
-        .arg(elapsed, Clock(qMax<qint64>(1, qRound64(left))));
+        .arg(elapsed, clock(qMax<qint64>(1, qRound64(left))));
 }

@@ -13,6 +13,8 @@ class ProgressEstimate {
     // Seconds left at the pace so far; negative while too little is known to say.
     double remainingSeconds() const;
     static double remainingSeconds(double fraction, qint64 elapsed_ms);
+    // "0:07", "1:02:03".
+    static QString clock(qint64 seconds);
     // "0:12 elapsed, about 0:30 left" (or without the estimate).
     QString text() const;
 
