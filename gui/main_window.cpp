@@ -64,7 +64,10 @@ MainWindow::MainWindow(const ToolLocator& tools, QWidget* parent)
         const int before = qRound(rows_[row].progress * 100);
         rows_[row].progress = fraction;
         estimate_.update(fraction);
-        progress_->setValue(qRound(fraction * kProgressSteps));
+        // kinefix reports every ten index lines: thousands of times a second on a fast disk.
+        const int value = qRound(fraction * kProgressSteps);
+        if (value == progress_->value()) return;
+        progress_->setValue(value);
         if (qRound(fraction * 100) != before) refreshItem(row);
         tick();
     });
