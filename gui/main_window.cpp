@@ -6,7 +6,6 @@
 #include <QDir>
 #include <QDragEnterEvent>
 #include <QDropEvent>
-#include <QElapsedTimer>
 #include <QFileInfo>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -17,12 +16,12 @@
 #include <QProgressBar>
 #include <QPushButton>
 #include <QSettings>
-#include <QStackedWidget>
 #include <QTimer>
 #include <QUrl>
 #include <QVBoxLayout>
 
 #include "path_field.h"
+#include "queue_view.h"
 #include "request_form.h"
 #include "repair_queue.h"
 #include "rescue_probe.h"
@@ -116,22 +115,12 @@ void MainWindow::buildControls() {
     auto* layout = new QVBoxLayout(central);
 
     auto* list_label = new QLabel(tr("Recordings to repai&r (drop damaged files here):"));
-    list_ = new QListWidget;
-    list_->setObjectName(QStringLiteral("queue"));
-    list_->setAccessibleName(tr("Recordings to repair"));
-    list_->setMinimumHeight(list_->fontMetrics().height() * 4);
+    queue_view_ = new QueueView;
+    list_ = queue_view_->list();
     list_label->setBuddy(list_);
     connect(list_, &QListWidget::currentRowChanged, this, &MainWindow::showRow);
-    auto* hint = new QLabel(tr("Drop damaged recordings here,\nor choose one with Browse… below."));
-    hint->setObjectName(QStringLiteral("dropHint"));
-    hint->setAlignment(Qt::AlignCenter);
-    hint->setFrameShape(QFrame::StyledPanel);
-    hint->setEnabled(false);
-    queue_stack_ = new QStackedWidget;
-    queue_stack_->addWidget(hint);
-    queue_stack_->addWidget(list_);
     layout->addWidget(list_label);
-    layout->addWidget(queue_stack_, 1);
+    layout->addWidget(queue_view_, 1);
 
     form_ = new RequestForm;
     layout->addWidget(form_);
@@ -254,29 +243,14 @@ void MainWindow::showRow(int row) {
 }
 
 void MainWindow::refreshItem(int row) {
-    queue_stack_->setCurrentWidget(list_);
     const Row& r = rows_.at(row);
-    QString state;
-    switch (r.state) {
-        case RowState::Waiting:
-            state = tr("waiting");
-            break;
-        case RowState::Running:
-            state = tr("repairing, %1 %").arg(qRound(r.progress * 100));
-            break;
-        case RowState::Repaired:
-            state = tr("repaired");
-            break;
-        case RowState::Failed:
-            state = tr("failed");
-            break;
-        case RowState::Cancelled:
-            state = tr("cancelled");
-            break;
-    }
-    QListWidgetItem* item = list_->item(row);
-    item->setText(QStringLiteral("%1 — %2").arg(QFileInfo(r.request.damaged).fileName(), state));
-    item->setToolTip(QDir::toNativeSeparators(r.request.damaged));
+    // In RowState's order; a running row shows its percentage instead.
+    static const char* const kStates[] = {QT_TR_NOOP("waiting"), "", QT_TR_NOOP("repaired"),
+                                          QT_TR_NOOP("failed"), QT_TR_NOOP("cancelled")};
+    const QString state = r.state == RowState::Running
+                              ? tr("repairing, %1 %").arg(qRound(r.progress * 100))
+                              : tr(kStates[static_cast<int>(r.state)]);
+    queue_view_->setEntry(row, r.request.damaged, state);
 }
 
 // The fields describe the selected recording; typing into the damaged field with nothing

@@ -15,8 +15,8 @@ class QListWidget;
 class QProgressBar;
 class QPushButton;
 class QSettings;
-class QStackedWidget;
 class QTimer;
+class QueueView;
 class RepairQueue;
 
 class MainWindow : public QMainWindow {
@@ -78,7 +78,7 @@ class MainWindow : public QMainWindow {
     QTimer* clock_;
     QSettings* settings_;  // written back when the window goes
 
-    QStackedWidget* queue_stack_ = nullptr;
+    QueueView* queue_view_ = nullptr;
     QListWidget* list_ = nullptr;
     RequestForm* form_ = nullptr;
     QProgressBar* progress_ = nullptr;
