@@ -225,11 +225,14 @@ void MainWindow::showRow(int row) {
     const Row& r = row >= 0 && row < rows_.size() ? rows_.at(row) : empty;
     form_->setRequest(r.request, r.use_reference);
     if (r.state == RowState::Waiting || r.state == RowState::Running) {
-        if (!repairing())
-            showMessage(row < 0 ? tr("Choose the damaged recording, its index file and where "
-                                     "to write the repaired video, then press Repair.")
-                                : QString(),
-                        {});
+        // A guide, not a message: in the status line, in plain type.
+        if (!repairing()) {
+            showMessage(QString());
+            status_->setText(row >= 0 ? QString()
+                                      : tr("Choose the damaged recording, its index file and "
+                                           "where to write the repaired video, then press "
+                                           "Repair."));
+        }
         if (r.state == RowState::Waiting) progress_->setValue(0);
     } else {
         showOutcome(r.outcome);
