@@ -10,6 +10,7 @@
 #include <QMimeData>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QRadioButton>
 #include <QSettings>
 #include <QSignalSpy>
 #include <QStandardPaths>
@@ -33,6 +34,7 @@ class MainWindowTest : public QObject {
     void badIndexShowsItsError();
     void cancelKeepsAPlayablePartial();
     void droppedFilesFormAQueue();
+    void referenceChoiceFollowsKinefixIndex();
     void closingDuringARepairAsksFirst();
     void remembersFoldersAndGeometry();
     void keyboardReachesEveryControl();
@@ -288,6 +290,53 @@ void MainWindowTest::droppedFilesFormAQueue() {
     QTest::mouseClick(control<QPushButton>(w, "repair"), Qt::LeftButton);
     QVERIFY(!w.repairing());
     QVERIFY(result(w).contains("already repaired"));
+}
+
+// The built kinefix-index decides whether the choice is offered; a stand-in that knows
+// --reference (it hands over an index made beforehand) takes the rescue path to its end.
+void MainWindowTest::referenceChoiceFollowsKinefixIndex() {
+    TempDir dir;
+    const QString error = makeDamaged(dir, "clip", {}, dir / "prepared.idx");
+    QVERIFY2(error.isEmpty(), qPrintable(error));
+    const kinefix_test::RunResult help =
+        kinefix_test::run(kinefix_test::bin_dir() + "/kinefix-index", {"--help"}, {}, dir);
+    const bool built_has_it = (help.out + help.err).find("--reference") != std::string::npos;
+    {
+        MainWindow w(tools_);
+        w.show();
+        QSignalSpy answered(&w, &MainWindow::rescueAnswered);
+        QVERIFY(answered.wait(10000));
+        QCOMPARE(control<QRadioButton>(w, "useReference")->isVisible(), built_has_it);
+    }
+    const QString tools = QString::fromStdString(dir / "tools");
+    QDir().mkpath(tools);
+    for (const char* name : {"kinefix", "kinefix-crypt"})
+        QFile::link(QString::fromStdString(kinefix_test::bin_dir()) + "/" + name,
+                    tools + "/" + name);
+    QVERIFY(writeScript(tools + "/kinefix-index",
+                        QStringLiteral("[ \"$1\" = --help ] && { echo '--reference HEALTHY'; "
+                                       "exit 0; }\n"
+                                       "[ \"$2\" = '%1/clip.orig.mp4' ] || exit 1\n"
+                                       "cp '%1/prepared.idx' \"$4\"\n")
+                            .arg(QString::fromStdString(dir.str()))));
+    MainWindow w{ToolLocator(tools)};
+    w.show();
+    QSignalSpy answered(&w, &MainWindow::rescueAnswered);
+    QVERIFY(answered.wait(10000));
+    auto* use_reference = control<QRadioButton>(w, "useReference");
+    QVERIFY(use_reference->isVisible());
+    w.addFiles({QString::fromStdString(dir / "clip.mp4")});
+    QVERIFY(control<PathField>(w, "index")->isVisible());
+    QVERIFY(!control<PathField>(w, "reference")->isVisible());
+    QTest::mouseClick(use_reference, Qt::LeftButton);
+    QVERIFY(!control<PathField>(w, "index")->isVisible());
+    QVERIFY(control<PathField>(w, "reference")->isVisible());
+    type(w, "reference", QString::fromStdString(dir / "clip.orig.mp4"));
+    QVERIFY(repair(w));
+    QVERIFY2(result(w).startsWith("Repaired: "), qPrintable(result(w)));
+    QCOMPARE(packetDifference(kinefix_test::frame_report(dir / "clip.orig.mp4", dir),
+                              kinefix_test::frame_report(dir / "clip-repaired.mp4", dir)),
+             QString());
 }
 
 // The stand-in copies until interrupted and then reports what it kept, as kinefix does.
