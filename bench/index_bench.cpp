@@ -15,6 +15,8 @@
 #include "restore/moov_parser.h"
 #include "restore/packet_entry.h"
 
+using namespace restore;
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -96,17 +98,11 @@ void BM_ReadIndex(benchmark::State& state) {
             return;
         }
         while (const char* line = parser.NextLine()) {
-            const char* cursor = line;
-            const char* end = line + strlen(line);
+            PacketLine walk(version, line, line + strlen(line));
             PacketEntry entry;
-            for (;;) {
-                if (ReadPacketEntry(version, &cursor, end, &entry) != EntryRead::kEntry) break;
+            while (walk.Next(&entry) == EntryRead::kEntry) {
                 ++entries;
                 checksum += entry.size + entry.pts_step;
-                const char* next = strchr(cursor, ';');
-                if (!next) break;
-                cursor = next + 1;
-                if (cursor >= end) break;
             }
         }
         benchmark::DoNotOptimize(checksum);
@@ -134,15 +130,11 @@ void BM_ReadEntries(benchmark::State& state) {
     line += '\n';
     int64_t entries = 0;
     for (auto _ : state) {
-        const char* cursor = line.c_str();
-        const char* end = cursor + line.size();
+        PacketLine walk(version, line.c_str(), line.c_str() + line.size());
         PacketEntry entry;
-        while (ReadPacketEntry(version, &cursor, end, &entry) == EntryRead::kEntry) {
+        while (walk.Next(&entry) == EntryRead::kEntry) {
             ++entries;
             benchmark::DoNotOptimize(entry);
-            const char* next = strchr(cursor, ';');
-            if (!next) break;
-            cursor = next + 1;
         }
     }
     state.SetItemsProcessed(entries);

@@ -45,7 +45,7 @@ class IndexWriter {
     IndexWriter(const IndexWriter&) = delete;
     IndexWriter& operator=(const IndexWriter&) = delete;
 
-    // The most entries per line that can never exceed kMaxLineBytes.
+    // The most entries per line that can never exceed kMaxLineBytes; more are capped to it.
     static int MaxEntriesPerLine(int version);
 
     // Starts writing to a temporary file beside `path`; nothing replaces `path` until Finish.
@@ -64,7 +64,11 @@ class IndexWriter {
     int64_t packets() const { return packets_; }
 
   private:
+    void EndLine();
+
     struct State;
+    const int version_;
+    const int per_line_;
     State* state_ = nullptr;
     int inexact_ = 0;
     int64_t packets_ = 0;

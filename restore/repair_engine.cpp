@@ -10,7 +10,7 @@
 #include "crypt/crypt.h"
 #include "log/log.h"
 #include "restore/ffmpeg_compat.h"
-#include "restore/output_file.h"
+#include "restore/pending_output.h"
 #include "restore/packet_entry.h"
 #include "utils/file_guard.h"
 #include "utils/file_offset.h"
@@ -18,6 +18,8 @@
 #include "utils/interrupt.h"
 #include "utils/same_file.h"
 #include "utils/utils.h"
+
+namespace restore {
 
 namespace {
 
@@ -97,6 +99,22 @@ bool DescribeStream(AVStream* stream, const StreamDesc& desc, bool video) {
     return true;
 }
 
+// Codecs whose packets carry all a decoder needs: their descriptions have no `ev` to give.
+bool TakesNoExtradata(const char* codec) {
+    static const char* const kCodecs[] = {"mp3", "mp2", "ac3", "eac3"};
+    if (strncmp(codec, "pcm_", 4) == 0) return true;
+    for (const char* name : kCodecs)
+        if (strcmp(codec, name) == 0) return true;
+    return false;
+}
+
+// Video first; a description without extradata gets no stream at all, unless its codec has
+// none to give.
+bool Planned(const StreamDesc& desc, bool described) {
+    if (desc.extradata && *desc.extradata) return true;
+    return described && TakesNoExtradata(desc.codec);
+}
+
 // Any spelling or link of an input counts, and so does FFmpeg's own "file:" form of a path.
 bool OutputIsInput(const char* output, const char* broken, const char* moov) {
     if (!output) return false;
@@ -136,7 +154,7 @@ void RepairEngine::Run(const char* broken_file, const char* moov_file, const cha
     if (!parser.Parse(moov_file)) return;
 
     zp::watch_interrupts();
-    OutputFile output(output_file);
+    PendingOutput output(output_file);
     output_ = &output;
     int ret = 0;
     if (SetUpOutput(&output, parser, &ret)) {
@@ -173,18 +191,17 @@ bool RepairEngine::InputsUsable(const char* broken_file, const char* moov_file,
 
 // Steps 4 to 8 of a repair: the container, its streams, the fresh file and the header. False
 // ends the run; *ret then holds FFmpeg's error, if the failure had one.
-bool RepairEngine::SetUpOutput(OutputFile* output, const MoovParser& parser, int* ret) {
+bool RepairEngine::SetUpOutput(PendingOutput* output, const MoovParser& parser, int* ret) {
     AVFormatContext* context = output->CreateContext();
     if (!context) {
         fprintf(stderr, "Could not create output context\n");
         *ret = AVERROR_UNKNOWN;
         return false;
     }
-    // Video first; a description without extradata gets no stream at all.
     const std::pair<const StreamDesc*, bool> plan[] = {{&parser.video(), true},
                                                        {&parser.audio(), false}};
     for (const auto& slot : plan) {
-        if (!slot.first->extradata || !*slot.first->extradata) continue;
+        if (!Planned(*slot.first, slot.second ? parser.has_video() : parser.has_audio())) continue;
         AVStream* stream = avformat_new_stream(context, nullptr);
         if (!stream) {
             fprintf(stderr, "Failed allocating output stream\n");
@@ -209,7 +226,7 @@ bool RepairEngine::SetUpOutput(OutputFile* output, const MoovParser& parser, int
 
 // The trailer, the file put in place, and what the front end learns of it. A failure here is
 // reported on standard output whatever the progress: the output would not play.
-int RepairEngine::Finish(OutputFile* output) {
+int RepairEngine::Finish(PendingOutput* output) {
     const int ret = output->Commit();
     if (ret < 0) {
         const std::string error = ErrorText(ret);
@@ -303,11 +320,10 @@ void RepairEngine::WriteLine(AVFormatContext* output, FILE* broken, MoovParser* 
     kinefix_compat::reset_packet(packet_);
 
     const int version = parser->version();
-    const char* cursor = line;
-    const char* end = line + strlen(line);
+    PacketLine walk(version, line, line + strlen(line));
     PacketEntry entry;  // version 1 carries unread fields over from the line's previous entry
     for (;;) {
-        const EntryRead read = ReadPacketEntry(version, &cursor, end, &entry);
+        const EntryRead read = walk.Next(&entry);
         if (read == EntryRead::kBadVersion) {
             printf("[ERROR] version=%d, parse failed\n", version);
             if (output_) output_->Discard();  // exit skips destructors
@@ -323,11 +339,7 @@ void RepairEngine::WriteLine(AVFormatContext* output, FILE* broken, MoovParser* 
                         entry.stream_index, parser->line_number(), parser->Progress(), line);
             return;
         }
-        const char* next = strchr(cursor, ';');
-        if (!WriteEntry(output, broken, parser, entry, next)) return;
-        if (!next) return;
-        cursor = next + 1;
-        if (cursor >= end) return;
+        if (!WriteEntry(output, broken, parser, entry, walk.rest())) return;
     }
 }
 
@@ -370,8 +382,9 @@ bool RepairEngine::WriteEntry(AVFormatContext* output, FILE* broken, MoovParser*
     }
     ++packets_written_;
     if (pkt->pts != AV_NOPTS_VALUE) {
-        const double end_time =
-            av_q2d(stream->time_base) * static_cast<double>(pkt->pts + pkt->duration);
+        // In floating point: a hostile index can put pts at the edge of the 64-bit range.
+        const double end_time = av_q2d(stream->time_base) * (static_cast<double>(pkt->pts) +
+                                                             static_cast<double>(pkt->duration));
         if (end_time > end_seconds_) end_seconds_ = end_time;
     }
     return true;
@@ -450,3 +463,5 @@ bool RepairEngine::ReadPacketData(FILE* broken, int64_t position, int size) {
                 ferror(broken));
     return false;
 }
+
+}  // namespace restore

@@ -14,7 +14,10 @@
 struct AVFormatContext;
 struct AVPacket;
 struct AVStream;
-class OutputFile;
+
+namespace restore {
+
+class PendingOutput;
 
 class RepairEngine {
   public:
@@ -36,8 +39,8 @@ class RepairEngine {
 
   private:
     bool InputsUsable(const char* broken_file, const char* moov_file, const char* output_file);
-    bool SetUpOutput(OutputFile* output, const MoovParser& parser, int* ret);
-    int Finish(OutputFile* output);
+    bool SetUpOutput(PendingOutput* output, const MoovParser& parser, int* ret);
+    int Finish(PendingOutput* output);
     void ReportRefusal(const std::string& why);
     void Interrupt(int line_number);
     bool WriteEntry(AVFormatContext* output, FILE* broken, MoovParser* parser,
@@ -59,7 +62,7 @@ class RepairEngine {
     int64_t broken_size_ = -1;
     AVPacket* packet_ = nullptr;
 
-    OutputFile* output_ = nullptr;  // the file being written, for the unknown-version exit
+    PendingOutput* output_ = nullptr;  // the file being written, for the unknown-version exit
     int64_t packets_written_ = 0;
     int ignored_lines_ = 0;
     double end_seconds_ = 0.0;
@@ -68,3 +71,5 @@ class RepairEngine {
     int64_t budget_used_ = 0;
     int64_t budget_dropped_ = 0;
 };
+
+}  // namespace restore

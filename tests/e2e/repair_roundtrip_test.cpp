@@ -28,6 +28,16 @@ TEST(RoundTripTest, RepairGivesBackEveryPacket) {
         {"video only", {true, true, false, false}, ".mp4", ".mkv", {}},
         {"Matroska source", {true, true, true, false}, ".mkv", ".mp4", {}},
         {"audio-only FLV source", {false, false, true, false}, ".flv", ".mp4", {}},
+        {"HEVC with B-frames and AAC", {true, true, true, false, 2.0, "libx265"}, ".mp4", ".mp4",
+         {}},
+        {"HEVC into Matroska", {true, true, true, true, 2.0, "libx265"}, ".mov", ".mkv", {}},
+        {"H.264 and PCM in MOV", {true, true, true, false, 2.0, "libx264", "pcm_s16le"}, ".mov",
+         ".mov", {}},
+        {"H.264 and MP3", {true, true, true, false, 2.0, "libx264", "libmp3lame"}, ".mp4", ".mp4",
+         {}},
+        {"H.264 and Opus in Matroska", {true, true, true, false, 2.0, "libx264", "libopus"},
+         ".mkv", ".mkv", {}},
+        {"H.264 and AC-3", {true, false, true, false, 2.0, "libx264", "ac3"}, ".mp4", ".mov", {}},
     };
     // clang-format on
     for (const RoundTrip& c : rows) {

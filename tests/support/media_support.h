@@ -16,13 +16,15 @@
 
 namespace kinefix_test {
 
-// What to record from lavfi's test sources: 320x240 H.264 at 25 fps and/or AAC.
+// What to record from lavfi's test sources: 320x240 video at 25 fps and/or 48 kHz audio.
 struct RecordingPlan {
     bool video = true;
     bool bframes = true;
     bool audio = true;
     bool faststart = false;  // ISO media index at the front
     double seconds = 2.0;
+    std::string video_encoder = "libx264";  // or libx265
+    std::string audio_encoder = "aac";      // pcm_s16le, libmp3lame, libopus, ac3...
 };
 
 // Empty on success, else ffmpeg's complaint.
@@ -36,9 +38,11 @@ inline std::string make_recording(const std::string& path, const RecordingPlan& 
     if (plan.audio)
         args.insert(args.end(), {"-f", "lavfi", "-i", "sine=sample_rate=48000:duration=" + t});
     if (plan.video)
-        args.insert(args.end(), {"-c:v", "libx264", "-preset", "ultrafast", "-bf",
+        args.insert(args.end(), {"-c:v", plan.video_encoder, "-preset", "ultrafast", "-bf",
                                  plan.bframes ? "2" : "0", "-g", "25", "-pix_fmt", "yuv420p"});
-    if (plan.audio) args.insert(args.end(), {"-c:a", "aac", "-b:a", "64k"});
+    if (plan.video_encoder == "libx265")
+        args.insert(args.end(), {"-x265-params", "log-level=error", "-tag:v", "hvc1"});
+    if (plan.audio) args.insert(args.end(), {"-c:a", plan.audio_encoder, "-b:a", "64k"});
     if (plan.faststart) args.insert(args.end(), {"-movflags", "+faststart"});
     args.push_back(path);
     const RunResult r = run("ffmpeg", args, isolated_env(scratch), scratch);

@@ -1,0 +1,18 @@
+#pragma once
+// Decoder configuration records (avcC, hvcC): what an index needs to know of them.
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace restore {
+
+// The parameter sets of an AVC decoder configuration record as Annex B units, and the size of
+// the NAL length prefixes the record announces. False for a damaged record.
+bool AvcRecordToAnnexB(const uint8_t* data, size_t size, std::vector<uint8_t>* annexb,
+                       int* length_size);
+
+// The NAL length size an HEVC decoder configuration record announces; 0 when it is no record.
+int HevcRecordLengthSize(const uint8_t* data, size_t size);
+
+}  // namespace restore
