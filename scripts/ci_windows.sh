@@ -292,6 +292,20 @@ for c in "${cases[@]}"; do
     echo "   $name: $rec -> .$ext, $form form, $(framemd5 "$win_out" | grep -vc '^#') packets, $same ($(($(date +%s) - t0)) s)"
   fi
 done
+# An output that names the damaged file, in the code page's spelling, is refused untouched.
+step "refusal: kinefix.exe given its damaged input as the output, in the ANSI code page"
+victim="$windir/损坏 one.mp4"
+before=$(md5sum <"$victim")
+(cd "$work" && wine_cjk "$win_bin/kinefix.exe" "$(winpath "$victim")" "$(winpath "$windir/one index.idx")" \
+  "$(winpath "$victim")") >"$work/refusal.out" 2>&1 || true
+if [ "$(md5sum <"$victim")" != "$before" ]; then
+  fail "refusal: the damaged input was changed"
+elif ! tr -d '\r' <"$work/refusal.out" | grep -q '^error:ret=-22,msg=the output file is one of the input files$'; then
+  fail "refusal: no refusal line: $(tr -d '\r' <"$work/refusal.out" | tail -n 3)"
+else
+  echo "   refused, input unchanged"
+fi
+
 [ "$repairs" -eq "${#cases[@]}" ] || fail "only $repairs of ${#cases[@]} end-to-end repairs passed"
 
 step "done in $(($(date +%s) - start)) s: $unit_total unit tests, $repairs repairs, $failures failures"
