@@ -22,7 +22,7 @@ void PrintBanner() {
 }
 
 // A stopped copy has already put what it had in place; the exit code says why it stopped.
-void ExitIfInterrupted(const RepairEngine& engine) {
+void ExitIfInterrupted(const restore::RepairEngine& engine) {
     if (engine.interrupt_signal() == 0) return;
     fflush(stdout);
     exit(128 + engine.interrupt_signal());
@@ -40,7 +40,7 @@ void RunOptionText(const std::string& text) {
     ZP_LOGE("broken:%s", broken.c_str());
     ZP_LOGE("moov:%s", moov.c_str());
     ZP_LOGE("out:%s", output.c_str());
-    RepairEngine engine;
+    restore::RepairEngine engine;
     engine.Run(broken.c_str(), moov.c_str(), output.c_str());
     ExitIfInterrupted(engine);
 }
@@ -63,7 +63,7 @@ int main(int argc, char** argv) {
         char* moov = argv[2];
         char* output = argv[3];
         auto repair = [broken, moov, output] {
-            RepairEngine engine;
+            restore::RepairEngine engine;
             engine.Run(broken, moov, output);
             ExitIfInterrupted(engine);
         };

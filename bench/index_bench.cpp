@@ -11,9 +11,11 @@
 #include <string>
 #include <vector>
 
-#include "crypt/crypt.h"
+#include "restore/index_writer.h"
 #include "restore/moov_parser.h"
 #include "restore/packet_entry.h"
+
+using namespace restore;
 
 namespace {
 
@@ -21,38 +23,54 @@ namespace fs = std::filesystem;
 
 constexpr int kEntries = 200000;
 
-std::string Header(int version) {
+std::vector<IndexStream> Streams() {
+    IndexStream video;
+    video.video = true;
+    video.codec = "h264";
+    video.format = "yuv420p";
+    video.tb_den = 90000;
+    video.width = 1920;
+    video.height = 1080;
     // A real SPS/PPS pair (Annex B), so the parser's AVC record building runs as in a repair.
-    const std::vector<uint8_t> ev{0,    0,    0,    1,    0x67, 0x4d, 0x40, 0x29,
-                                  0xec, 0xa0, 0x3c, 0x01, 0x13, 0xf2, 0xe0, 0x22,
-                                  0,    0,    0,    1,    0x68, 0xce, 0x3c, 0x80};
-    const std::string ev_text = zp::Crypt::instance()->encode_bytes(ev.data(), ev.size());
-    return "#version=" + std::to_string(version) +
-           "\n{\"type\":\"video\",\"index\":0,\"codec\":\"h264\",\"format\":\"yuv420p\","
-           "\"tb.num\":1,\"tb.den\":90000,\"w\":1920,\"h\":1080,\"ev\":\"" +
-           ev_text +
-           "\"}\n"
-           "{\"type\":\"audio\",\"index\":1,\"codec\":\"aac\",\"format\":\"fltp\",\"tb.num\":1,"
-           "\"tb.den\":48000,\"channels\":2,\"sample_rate\":48000,\"frame_size\":1024,"
-           "\"ev\":\"EZA=\"}\n";
+    video.extradata = {0,    0,    0,    1,    0x67, 0x4d, 0x40, 0x29, 0xec, 0xa0, 0x3c, 0x01,
+                       0x13, 0xf2, 0xe0, 0x22, 0,    0,    0,    1,    0x68, 0xce, 0x3c, 0x80};
+    IndexStream audio;
+    audio.index = 1;
+    audio.codec = "aac";
+    audio.format = "fltp";
+    audio.tb_den = 48000;
+    audio.channels = 2;
+    audio.sample_rate = 48000;
+    audio.frame_size = 1024;
+    audio.extradata = {0x11, 0x90};
+    return {video, audio};
 }
 
-// What kinefix-index writes for a 1080p30 camera recording with B-frames and 48 kHz AAC: about
-// three audio entries to two video ones, contiguous, zero fields left empty in version 2.
-std::string Entry(int version, std::mt19937* rng, int n) {
-    const bool audio = n % 5 >= 3;
-    const long long size = audio ? 250 + (*rng)() % 250 : 20000 + (*rng)() % 120000;
-    const long long fields[7] = {audio ? 1 : 0,
-                                 n == 0 ? 48 : 0,
-                                 size,
-                                 audio ? 1024 : (n % 3 == 0 ? 9000 : -3000),
-                                 audio ? 0 : 3000,
-                                 audio ? 1024 : 3000,
-                                 (!audio && n % 60 == 0) ? 1 : 0};
-    std::string out;
-    for (int i = 0; i < 7; ++i) {
-        if (version == 1 || fields[i] != 0) out += std::to_string(fields[i]);
-        out += i < 6 ? ',' : ';';
+// A 1080p30 camera recording with B-frames and 48 kHz AAC: about three audio packets to two
+// video ones, contiguous, as kinefix-index writes them.
+std::vector<IndexPacket> CameraPackets(int count) {
+    std::mt19937 rng(7);
+    std::vector<IndexPacket> out;
+    int64_t pos = 48;
+    int64_t frames[2] = {0, 0};
+    for (int n = 0; n < count; ++n) {
+        IndexPacket p;
+        p.stream = n % 5 >= 3 ? 1 : 0;
+        p.size = static_cast<int>(p.stream ? 250 + rng() % 250 : 20000 + rng() % 120000);
+        p.pos = pos;
+        pos += p.size;
+        const int64_t f = frames[p.stream]++;
+        if (p.stream == 1) {
+            p.pts = p.dts = f * 1024;
+            p.duration = 1024;
+        } else {
+            p.dts = (f - 2) * 3000;
+            p.pts = (f % 3 == 0 ? f + 2 : f - 1) * 3000;
+            p.duration = 3000;
+            p.key = f % 60 == 0;
+        }
+        p.key = p.key || p.stream == 1;
+        out.push_back(p);
     }
     return out;
 }
@@ -60,17 +78,15 @@ std::string Entry(int version, std::mt19937* rng, int n) {
 // One index file per version and line length, written once into the temporary folder.
 class IndexFile {
   public:
-    IndexFile(int version, int per_line) {
+    IndexFile(int version, int per_line, int entries = kEntries) {
         path_ = (fs::temp_directory_path() / ("kinefix-bench-v" + std::to_string(version) + "x" +
                                               std::to_string(per_line) + ".idx"))
                     .string();
-        std::ofstream out(path_, std::ios::binary | std::ios::trunc);
-        out << Header(version);
-        std::mt19937 rng(7);
-        for (int n = 0; n < kEntries; ++n) {
-            out << Entry(version, &rng, n);
-            if ((n + 1) % per_line == 0 || n + 1 == kEntries) out << '\n';
-        }
+        IndexWriter writer(version, per_line);
+        std::string error;
+        if (!writer.Begin(path_, Streams(), &error)) return;
+        for (const IndexPacket& p : CameraPackets(entries)) writer.Add(p);
+        writer.Finish(&error);
     }
     ~IndexFile() {
         std::error_code ec;
@@ -96,17 +112,11 @@ void BM_ReadIndex(benchmark::State& state) {
             return;
         }
         while (const char* line = parser.NextLine()) {
-            const char* cursor = line;
-            const char* end = line + strlen(line);
+            PacketLine walk(version, line, line + strlen(line));
             PacketEntry entry;
-            for (;;) {
-                if (ReadPacketEntry(version, &cursor, end, &entry) != EntryRead::kEntry) break;
+            while (walk.Next(&entry) == EntryRead::kEntry) {
                 ++entries;
                 checksum += entry.size + entry.pts_step;
-                const char* next = strchr(cursor, ';');
-                if (!next) break;
-                cursor = next + 1;
-                if (cursor >= end) break;
             }
         }
         benchmark::DoNotOptimize(checksum);
@@ -127,22 +137,25 @@ BENCHMARK(BM_ReadIndex)
 // The entry reader alone, on one line held in memory.
 void BM_ReadEntries(benchmark::State& state) {
     const int version = static_cast<int>(state.range(0));
-    std::mt19937 rng(7);
-    std::string line;
     constexpr int kPerLine = 64;
-    for (int n = 0; n < kPerLine; ++n) line += Entry(version, &rng, n);
-    line += '\n';
+    std::string line;
+    {
+        const IndexFile file(version, kPerLine, kPerLine);
+        MoovParser parser;
+        const char* text = parser.Parse(file.path().c_str()) ? parser.NextLine() : nullptr;
+        line = text ? text : "";
+    }
+    if (line.empty()) {
+        state.SkipWithError("index did not parse");
+        return;
+    }
     int64_t entries = 0;
     for (auto _ : state) {
-        const char* cursor = line.c_str();
-        const char* end = cursor + line.size();
+        PacketLine walk(version, line.c_str(), line.c_str() + line.size());
         PacketEntry entry;
-        while (ReadPacketEntry(version, &cursor, end, &entry) == EntryRead::kEntry) {
+        while (walk.Next(&entry) == EntryRead::kEntry) {
             ++entries;
             benchmark::DoNotOptimize(entry);
-            const char* next = strchr(cursor, ';');
-            if (!next) break;
-            cursor = next + 1;
         }
     }
     state.SetItemsProcessed(entries);

@@ -10,6 +10,8 @@
 #include "restore/moov_parser.h"
 #include "restore/repair_engine.h"
 
+using namespace restore;
+
 namespace {
 
 std::string g_broken;

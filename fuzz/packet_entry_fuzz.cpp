@@ -8,6 +8,8 @@
 
 #include "restore/packet_entry.h"
 
+using namespace restore;
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size == 0) return 0;
     const int version = data[0] % 3 + 1;  // 1, 2, and 3 for an unknown one
@@ -17,24 +19,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     memcpy(line.get(), data + 1, length);
     const char* end = line.get() + length;
 
-    const char* cursor = line.get();
+    PacketLine walk(version, line.get(), end);
     PacketEntry entry;
     for (size_t entries = 0;; ++entries) {
         if (entries > length) abort();  // each entry consumes at least its ";"
-        const char* before = cursor;
-        const EntryRead read = ReadPacketEntry(version, &cursor, end, &entry);
-        if (cursor < before || cursor > end) abort();
+        const EntryRead read = walk.Next(&entry);
         if (read == EntryRead::kBadVersion) {
             if (version != 3) abort();
             return 0;
         }
         if (version == 3) abort();
         if (read == EntryRead::kEndOfLine) return 0;
-        if (version == 1 && cursor != before) abort();  // version 1 never moves the cursor
-
-        const void* semicolon = memchr(cursor, ';', static_cast<size_t>(end - cursor));
-        if (!semicolon) return 0;
-        cursor = static_cast<const char*>(semicolon) + 1;
-        if (cursor >= end) return 0;
+        const char* rest = walk.rest();
+        if (rest && (rest < line.get() || rest >= end || *rest != ';')) abort();
     }
 }

@@ -14,6 +14,8 @@
 #include "utils/file_offset.h"
 #include "utils/utils.h"
 
+namespace restore {
+
 namespace {
 
 int to_int(const std::string& text) {
@@ -90,23 +92,7 @@ bool MoovParser::Parse(const char* path) {
         } else if (line_[0] == '{') {
             ++header_lines_;
             obj.parse(line_);
-            const std::string type = obj.get_string("type", "");
-            if (type == "audio") {
-                free(audio_.extradata);
-                audio_ = AudioDesc();
-                read_common(obj, &audio_);
-                audio_.sample_rate = to_int(obj.get_string("sample_rate", ""));
-                audio_.channels = to_int(obj.get_string("channels", ""));
-                audio_.frame_size = to_int(obj.get_string("frame_size", ""));
-                has_audio_ = true;
-            } else if (type == "video") {
-                free(video_.extradata);
-                video_ = VideoDesc();
-                read_common(obj, &video_);
-                video_.width = to_int(obj.get_string("w", ""));
-                video_.height = to_int(obj.get_string("h", ""));
-                has_video_ = true;
-            }
+            ReadDescription(obj);
         } else {
             break;
         }
@@ -125,6 +111,27 @@ bool MoovParser::Parse(const char* path) {
     if (!path_ || zp::file_seek(f, 0, SEEK_END) != 0) return false;
     total_size_ = zp::file_tell(f);
     return true;
+}
+
+// A later description of the same type replaces an earlier one.
+void MoovParser::ReadDescription(const zp::ObjectText& obj) {
+    const std::string type = obj.get_string("type", "");
+    if (type == "audio") {
+        free(audio_.extradata);
+        audio_ = AudioDesc();
+        read_common(obj, &audio_);
+        audio_.sample_rate = to_int(obj.get_string("sample_rate", ""));
+        audio_.channels = to_int(obj.get_string("channels", ""));
+        audio_.frame_size = to_int(obj.get_string("frame_size", ""));
+        has_audio_ = true;
+    } else if (type == "video") {
+        free(video_.extradata);
+        video_ = VideoDesc();
+        read_common(obj, &video_);
+        video_.width = to_int(obj.get_string("w", ""));
+        video_.height = to_int(obj.get_string("h", ""));
+        has_video_ = true;
+    }
 }
 
 bool MoovParser::BuildAvcConfig() {
@@ -215,3 +222,5 @@ double MoovParser::Progress() const {
     if (total_size_ <= 0) return 0.0;
     return static_cast<double>(position_) / static_cast<double>(total_size_);
 }
+
+}  // namespace restore

@@ -6,6 +6,12 @@
 #include <cstdio>
 #include <string>
 
+namespace zp {
+class ObjectText;
+}
+
+namespace restore {
+
 struct StreamDesc {
     int index = 0;
     char codec[16] = {0};
@@ -56,6 +62,7 @@ class MoovParser {
     bool has_video() const { return has_video_; }
 
   private:
+    void ReadDescription(const zp::ObjectText& obj);
     // One line as fgets reads it (at most kLineMax - 1 bytes, '\n' kept); false at the end.
     bool ReadLine();
 
@@ -78,3 +85,5 @@ class MoovParser {
     size_t block_pos_ = 0;
     int64_t offset_ = 0;
 };
+
+}  // namespace restore

@@ -2,6 +2,9 @@
 #include "restore/packet_entry.h"
 
 #include <climits>
+#include <cstring>
+
+namespace restore {
 
 namespace {
 
@@ -104,3 +107,19 @@ EntryRead ReadPacketEntry(int version, const char** cursor, const char* end, Pac
     if (version == 2) return ReadVersion2(cursor, end, entry);
     return EntryRead::kBadVersion;
 }
+
+EntryRead PacketLine::Next(PacketEntry* entry) {
+    if (done_) return EntryRead::kEndOfLine;
+    const EntryRead read = ReadPacketEntry(version_, &cursor_, end_, entry);
+    if (read != EntryRead::kEntry) return read;
+    rest_ = static_cast<const char*>(memchr(cursor_, ';', static_cast<size_t>(end_ - cursor_)));
+    if (!rest_) {
+        done_ = true;
+    } else {
+        cursor_ = rest_ + 1;
+        done_ = cursor_ >= end_;
+    }
+    return EntryRead::kEntry;
+}
+
+}  // namespace restore

@@ -10,7 +10,7 @@
 #include "crypt/crypt.h"
 #include "log/log.h"
 #include "restore/ffmpeg_compat.h"
-#include "restore/output_file.h"
+#include "restore/pending_output.h"
 #include "restore/packet_entry.h"
 #include "utils/file_guard.h"
 #include "utils/file_offset.h"
@@ -18,6 +18,8 @@
 #include "utils/interrupt.h"
 #include "utils/same_file.h"
 #include "utils/utils.h"
+
+namespace restore {
 
 namespace {
 
@@ -152,7 +154,7 @@ void RepairEngine::Run(const char* broken_file, const char* moov_file, const cha
     if (!parser.Parse(moov_file)) return;
 
     zp::watch_interrupts();
-    OutputFile output(output_file);
+    PendingOutput output(output_file);
     output_ = &output;
     int ret = 0;
     if (SetUpOutput(&output, parser, &ret)) {
@@ -189,7 +191,7 @@ bool RepairEngine::InputsUsable(const char* broken_file, const char* moov_file,
 
 // Steps 4 to 8 of a repair: the container, its streams, the fresh file and the header. False
 // ends the run; *ret then holds FFmpeg's error, if the failure had one.
-bool RepairEngine::SetUpOutput(OutputFile* output, const MoovParser& parser, int* ret) {
+bool RepairEngine::SetUpOutput(PendingOutput* output, const MoovParser& parser, int* ret) {
     AVFormatContext* context = output->CreateContext();
     if (!context) {
         fprintf(stderr, "Could not create output context\n");
@@ -224,7 +226,7 @@ bool RepairEngine::SetUpOutput(OutputFile* output, const MoovParser& parser, int
 
 // The trailer, the file put in place, and what the front end learns of it. A failure here is
 // reported on standard output whatever the progress: the output would not play.
-int RepairEngine::Finish(OutputFile* output) {
+int RepairEngine::Finish(PendingOutput* output) {
     const int ret = output->Commit();
     if (ret < 0) {
         const std::string error = ErrorText(ret);
@@ -318,11 +320,10 @@ void RepairEngine::WriteLine(AVFormatContext* output, FILE* broken, MoovParser* 
     kinefix_compat::reset_packet(packet_);
 
     const int version = parser->version();
-    const char* cursor = line;
-    const char* end = line + strlen(line);
+    PacketLine walk(version, line, line + strlen(line));
     PacketEntry entry;  // version 1 carries unread fields over from the line's previous entry
     for (;;) {
-        const EntryRead read = ReadPacketEntry(version, &cursor, end, &entry);
+        const EntryRead read = walk.Next(&entry);
         if (read == EntryRead::kBadVersion) {
             printf("[ERROR] version=%d, parse failed\n", version);
             if (output_) output_->Discard();  // exit skips destructors
@@ -338,11 +339,7 @@ void RepairEngine::WriteLine(AVFormatContext* output, FILE* broken, MoovParser* 
                         entry.stream_index, parser->line_number(), parser->Progress(), line);
             return;
         }
-        const char* next = strchr(cursor, ';');
-        if (!WriteEntry(output, broken, parser, entry, next)) return;
-        if (!next) return;
-        cursor = next + 1;
-        if (cursor >= end) return;
+        if (!WriteEntry(output, broken, parser, entry, walk.rest())) return;
     }
 }
 
@@ -350,47 +347,59 @@ void RepairEngine::WriteLine(AVFormatContext* output, FILE* broken, MoovParser* 
 bool RepairEngine::WriteEntry(AVFormatContext* output, FILE* broken, MoovParser* parser,
                               const PacketEntry& entry, const char* next) {
     AVStream* stream = output->streams[entry.stream_index];
-    AVPacket* pkt = packet_;
-    kinefix_compat::reset_packet(pkt);
-
-    // Accumulators follow the entry's index, the time base the stream's codec type.
-    const bool audio_entry = entry.stream_index == parser->audio().index;
-    int64_t pts = 0;
-    int64_t dts = 0;
-    steps_.Apply(audio_entry, entry.pts_step, entry.dts_step, &pts, &dts);
-    int64_t duration = entry.duration;
-    if (audio_entry && duration == 0) duration = stream->codecpar->frame_size;
-
+    // The steps count even for a packet whose bytes cannot be read.
+    const Times times = Advance(entry, *parser, *stream);
     if (!ReadPacketData(broken, entry.position, entry.size)) return false;
-
-    pkt->data = buffer_;
-    pkt->size = entry.size;
-    pkt->stream_index = entry.stream_index;
-    pkt->flags = entry.key ? AV_PKT_FLAG_KEY : 0;
-
-    const bool audio_stream = stream->codecpar->codec_type == AVMEDIA_TYPE_AUDIO;
-    const StreamDesc& desc = audio_stream ? static_cast<const StreamDesc&>(parser->audio())
-                                          : static_cast<const StreamDesc&>(parser->video());
-    const AVRational source_tb = {desc.tb_num, desc.tb_den};
-    const auto rounding = static_cast<AVRounding>(AV_ROUND_NEAR_INF | AV_ROUND_PASS_MINMAX);
-    pkt->pts = av_rescale_q_rnd(pts, source_tb, stream->time_base, rounding);
-    pkt->dts = av_rescale_q_rnd(dts, source_tb, stream->time_base, rounding);
-    pkt->duration = av_rescale_q(duration, source_tb, stream->time_base);
-    pkt->pos = -1;
-
+    AVPacket* pkt = FillPacket(entry, *parser, *stream, times);
     const int ret = av_write_frame(output, pkt);
     if (ret < 0) {
         ReportWriteError(stream, pkt, parser, ret, next);
         return false;
     }
-    ++packets_written_;
-    if (pkt->pts != AV_NOPTS_VALUE) {
-        // In floating point: a hostile index can put pts at the edge of the 64-bit range.
-        const double end_time = av_q2d(stream->time_base) * (static_cast<double>(pkt->pts) +
-                                                             static_cast<double>(pkt->duration));
-        if (end_time > end_seconds_) end_seconds_ = end_time;
-    }
+    CountWritten(*stream, *pkt);
     return true;
+}
+
+// Accumulators follow the entry's index; an audio entry without a duration lasts one frame.
+RepairEngine::Times RepairEngine::Advance(const PacketEntry& entry, const MoovParser& parser,
+                                          const AVStream& stream) {
+    const bool audio_entry = entry.stream_index == parser.audio().index;
+    Times t;
+    steps_.Apply(audio_entry, entry.pts_step, entry.dts_step, &t.pts, &t.dts);
+    t.duration = entry.duration;
+    if (audio_entry && t.duration == 0) t.duration = stream.codecpar->frame_size;
+    return t;
+}
+
+// The packet over the buffer, its times rescaled from the time base of the stream's codec type.
+AVPacket* RepairEngine::FillPacket(const PacketEntry& entry, const MoovParser& parser,
+                                   const AVStream& stream, const Times& times) {
+    AVPacket* pkt = packet_;
+    kinefix_compat::reset_packet(pkt);
+    pkt->data = buffer_;
+    pkt->size = entry.size;
+    pkt->stream_index = entry.stream_index;
+    pkt->flags = entry.key ? AV_PKT_FLAG_KEY : 0;
+
+    const bool audio_stream = stream.codecpar->codec_type == AVMEDIA_TYPE_AUDIO;
+    const StreamDesc& desc = audio_stream ? static_cast<const StreamDesc&>(parser.audio())
+                                          : static_cast<const StreamDesc&>(parser.video());
+    const AVRational source_tb = {desc.tb_num, desc.tb_den};
+    const auto rounding = static_cast<AVRounding>(AV_ROUND_NEAR_INF | AV_ROUND_PASS_MINMAX);
+    pkt->pts = av_rescale_q_rnd(times.pts, source_tb, stream.time_base, rounding);
+    pkt->dts = av_rescale_q_rnd(times.dts, source_tb, stream.time_base, rounding);
+    pkt->duration = av_rescale_q(times.duration, source_tb, stream.time_base);
+    pkt->pos = -1;
+    return pkt;
+}
+
+void RepairEngine::CountWritten(const AVStream& stream, const AVPacket& pkt) {
+    ++packets_written_;
+    if (pkt.pts == AV_NOPTS_VALUE) return;
+    // In floating point: a hostile index can put pts at the edge of the 64-bit range.
+    const double end_time = av_q2d(stream.time_base) *
+                            (static_cast<double>(pkt.pts) + static_cast<double>(pkt.duration));
+    if (end_time > end_seconds_) end_seconds_ = end_time;
 }
 
 void RepairEngine::ReportWriteError(const AVStream* stream, const AVPacket* pkt,
@@ -466,3 +475,5 @@ bool RepairEngine::ReadPacketData(FILE* broken, int64_t position, int size) {
                 ferror(broken));
     return false;
 }
+
+}  // namespace restore

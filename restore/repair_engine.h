@@ -14,7 +14,10 @@
 struct AVFormatContext;
 struct AVPacket;
 struct AVStream;
-class OutputFile;
+
+namespace restore {
+
+class PendingOutput;
 
 class RepairEngine {
   public:
@@ -36,12 +39,22 @@ class RepairEngine {
 
   private:
     bool InputsUsable(const char* broken_file, const char* moov_file, const char* output_file);
-    bool SetUpOutput(OutputFile* output, const MoovParser& parser, int* ret);
-    int Finish(OutputFile* output);
+    bool SetUpOutput(PendingOutput* output, const MoovParser& parser, int* ret);
+    int Finish(PendingOutput* output);
     void ReportRefusal(const std::string& why);
     void Interrupt(int line_number);
+    // One entry's timestamps, in its description's time base.
+    struct Times {
+        int64_t pts = 0;
+        int64_t dts = 0;
+        int64_t duration = 0;
+    };
     bool WriteEntry(AVFormatContext* output, FILE* broken, MoovParser* parser,
                     const PacketEntry& entry, const char* next);
+    Times Advance(const PacketEntry& entry, const MoovParser& parser, const AVStream& stream);
+    AVPacket* FillPacket(const PacketEntry& entry, const MoovParser& parser, const AVStream& stream,
+                         const Times& times);
+    void CountWritten(const AVStream& stream, const AVPacket& pkt);
     void ReportWriteError(const AVStream* stream, const AVPacket* pkt, const MoovParser* parser,
                           int ret, const char* next);
     bool ReadPacketData(FILE* broken, int64_t position, int size);
@@ -59,7 +72,7 @@ class RepairEngine {
     int64_t broken_size_ = -1;
     AVPacket* packet_ = nullptr;
 
-    OutputFile* output_ = nullptr;  // the file being written, for the unknown-version exit
+    PendingOutput* output_ = nullptr;  // the file being written, for the unknown-version exit
     int64_t packets_written_ = 0;
     int ignored_lines_ = 0;
     double end_seconds_ = 0.0;
@@ -68,3 +81,5 @@ class RepairEngine {
     int64_t budget_used_ = 0;
     int64_t budget_dropped_ = 0;
 };
+
+}  // namespace restore

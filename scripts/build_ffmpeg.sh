@@ -67,8 +67,8 @@ if [ "$target" = windows ]; then
     --enable-protocol=file
     --enable-muxer=mp4,mov,matroska,ipod
     --enable-demuxer=mov,matroska
-    --enable-parser=h264,aac
-    --enable-decoder=h264,aac
+    --enable-parser=h264,hevc,aac
+    --enable-decoder=h264,hevc,aac,pcm_s16le
     --enable-bsf=aac_adtstoasc,h264_mp4toannexb,extract_extradata
   )
 else

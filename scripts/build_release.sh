@@ -14,7 +14,7 @@ if [ -f "$build/CMakeCache.txt" ] &&
   [ "$(sed -n 's/^KINEFIX_FFMPEG_PREFIX:[A-Z]*=//p' "$build/CMakeCache.txt")" != "$prefix" ]; then
   rm -f "$build/CMakeCache.txt"
 fi
-cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DKINEFIX_TESTS=OFF \
+cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DKINEFIX_TESTS=OFF -DKINEFIX_GUI=OFF \
   -DKINEFIX_FFMPEG_PREFIX="$prefix" >&2
 cmake --build "$build" --target kinefix kinefix-index kinefix-crypt >&2
 cd "$build" && pwd

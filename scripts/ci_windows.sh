@@ -215,6 +215,9 @@ record "$src/two.mov" -c:v libx264 -preset ultrafast -bf 0 -g 12 -pix_fmt yuv420
   -movflags +faststart
 record "$src/three.mkv" -c:v libx264 -preset ultrafast -bf 2 -g 25 -pix_fmt yuv420p -c:a aac -b:a 64k
 record "$src/four.mp4" -map 0:v -c:v libx264 -preset ultrafast -bf 1 -g 10 -pix_fmt yuv420p
+record "$src/five.mp4" -c:v libx265 -preset ultrafast -bf 2 -g 25 -pix_fmt yuv420p \
+  -x265-params log-level=error -tag:v hvc1 -c:a aac -b:a 64k
+record "$src/six.mov" -c:v libx264 -preset ultrafast -bf 2 -g 25 -pix_fmt yuv420p -c:a pcm_s16le
 
 # name  recording   output extension  Windows command-line form
 cases=(
@@ -222,6 +225,8 @@ cases=(
   "two   two.mov   mkv clear-text"
   "three three.mkv mov protected-text"
   "four  four.mp4  mp4 positional-mixed"
+  "five  five.mp4  mp4 positional"
+  "six   six.mov   mov clear-text"
 )
 repairs=0
 for c in "${cases[@]}"; do
@@ -287,7 +292,21 @@ for c in "${cases[@]}"; do
     echo "   $name: $rec -> .$ext, $form form, $(framemd5 "$win_out" | grep -vc '^#') packets, $same ($(($(date +%s) - t0)) s)"
   fi
 done
-[ "$repairs" -ge 3 ] || fail "only $repairs end-to-end repairs passed"
+# An output that names the damaged file, in the code page's spelling, is refused untouched.
+step "refusal: kinefix.exe given its damaged input as the output, in the ANSI code page"
+victim="$windir/损坏 one.mp4"
+before=$(md5sum <"$victim")
+(cd "$work" && wine_cjk "$win_bin/kinefix.exe" "$(winpath "$victim")" "$(winpath "$windir/one index.idx")" \
+  "$(winpath "$victim")") >"$work/refusal.out" 2>&1 || true
+if [ "$(md5sum <"$victim")" != "$before" ]; then
+  fail "refusal: the damaged input was changed"
+elif ! tr -d '\r' <"$work/refusal.out" | grep -q '^error:ret=-22,msg=the output file is one of the input files$'; then
+  fail "refusal: no refusal line: $(tr -d '\r' <"$work/refusal.out" | tail -n 3)"
+else
+  echo "   refused, input unchanged"
+fi
+
+[ "$repairs" -eq "${#cases[@]}" ] || fail "only $repairs of ${#cases[@]} end-to-end repairs passed"
 
 step "done in $(($(date +%s) - start)) s: $unit_total unit tests, $repairs repairs, $failures failures"
 [ "$failures" -eq 0 ]

@@ -8,9 +8,10 @@ packages=(
   libgtest-dev libgmock-dev googletest libbenchmark-dev
   clang llvm libclang-rt-14-dev
   binutils time
+  qt6-base-dev qt6-qpa-plugins fonts-dejavu-core xvfb xauth dpkg-dev
 )
 if [ "${1:-}" = "--windows" ]; then
-  packages+=(mingw-w64 wine wine64 dpkg-dev locales)
+  packages+=(mingw-w64 wine wine64 locales)
 fi
 
 missing=()

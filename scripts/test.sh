@@ -12,7 +12,7 @@ build=build
 flags=(-DCMAKE_BUILD_TYPE=RelWithDebInfo -DKINEFIX_BENCH=ON)
 if [ "$mode" = "--sanitize" ]; then
   build=build-asan
-  flags=(-DCMAKE_BUILD_TYPE=Debug -DKINEFIX_SANITIZE=ON)
+  flags=(-DCMAKE_BUILD_TYPE=Debug -DKINEFIX_SANITIZE=ON -DKINEFIX_GUI=OFF)
   export ASAN_OPTIONS="detect_leaks=1:halt_on_error=1:abort_on_error=0:exitcode=99"
   export UBSAN_OPTIONS="halt_on_error=1:print_stacktrace=1:exitcode=98"
 fi

@@ -8,7 +8,7 @@ cd "$(dirname "$0")/.."
 build="${1:-build-tsan}"
 jobs="$(nproc)"
 
-cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKINEFIX_TSAN=ON >/dev/null
+cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKINEFIX_TSAN=ON -DKINEFIX_GUI=OFF >/dev/null
 cmake --build "$build" -j "$jobs" --target zp_runtime_tests zp_core_tests
 
 export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1:exitcode=66"

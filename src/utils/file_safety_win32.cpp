@@ -9,11 +9,20 @@ namespace zp {
 
 namespace {
 
-std::wstring Wide(const std::string& utf8) {
-    const int n = MultiByteToWideChar(CP_UTF8, 0, utf8.c_str(), -1, nullptr, 0);
+// Paths come as UTF-8, or as the process received them in the ANSI code page: a name that is
+// not valid UTF-8 is read in the ANSI code page, as the other file operations do.
+std::wstring Wide(const std::string& path) {
+    UINT page = CP_UTF8;
+    DWORD flags = MB_ERR_INVALID_CHARS;
+    int n = MultiByteToWideChar(page, flags, path.c_str(), -1, nullptr, 0);
+    if (n <= 0) {
+        page = CP_ACP;
+        flags = 0;
+        n = MultiByteToWideChar(page, flags, path.c_str(), -1, nullptr, 0);
+    }
     if (n <= 0) return std::wstring();
     std::wstring out(static_cast<size_t>(n), L'\0');
-    MultiByteToWideChar(CP_UTF8, 0, utf8.c_str(), -1, &out[0], n);
+    MultiByteToWideChar(page, flags, path.c_str(), -1, &out[0], n);
     out.resize(static_cast<size_t>(n - 1));
     return out;
 }

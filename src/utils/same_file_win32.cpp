@@ -9,11 +9,19 @@ namespace zp {
 
 namespace {
 
-std::wstring Wide(const char* utf8) {
-    const int n = MultiByteToWideChar(CP_UTF8, 0, utf8, -1, nullptr, 0);
+// UTF-8, or a name as the process received it in the ANSI code page.
+std::wstring Wide(const char* path) {
+    UINT page = CP_UTF8;
+    DWORD flags = MB_ERR_INVALID_CHARS;
+    int n = MultiByteToWideChar(page, flags, path, -1, nullptr, 0);
+    if (n <= 0) {
+        page = CP_ACP;
+        flags = 0;
+        n = MultiByteToWideChar(page, flags, path, -1, nullptr, 0);
+    }
     if (n <= 0) return std::wstring();
     std::wstring out(static_cast<size_t>(n), L'\0');
-    MultiByteToWideChar(CP_UTF8, 0, utf8, -1, &out[0], n);
+    MultiByteToWideChar(page, flags, path, -1, &out[0], n);
     out.resize(static_cast<size_t>(n - 1));
     return out;
 }

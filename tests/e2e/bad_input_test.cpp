@@ -202,6 +202,11 @@ const std::vector<BadInput>& Table() {
              c.output = c.dir / "link.mp4";
              fs::create_hard_link(c.broken, c.output);
          }, refusal},
+        {"LogFloodedByBadEntries", [](Case& c) {
+             std::vector<std::string> lines = g_rec->lines;
+             lines.insert(lines.begin() + 1, 20000, "9,48,100,,,,1;" + std::string(4000, ' '));
+             c.set_lines(lines);
+         }, {done, "l:\">> 另有 19600 条逐包错误未写入日志\"", "l:\"Done!\""}},
         {"OutputIsTheDamagedFileAsAnFFmpegUrl", [](Case& c) { c.output = "file:" + c.broken; },
          refusal},
     };
@@ -247,6 +252,7 @@ TEST_P(BadInputTest, EndsAsDesigned) {
     for (const auto& e : fs::directory_iterator(c.dir.path() / "state/kinefix/log", ec))
         if (e.path().extension() == ".log") log = read_file(e.path().string());
 
+    EXPECT_LT(log.size(), 4u << 20) << "the log of one run stays bounded";
     // A crash shows as 128 plus the signal.
     ASSERT_EQ(r.exit_code, row.exit_code) << r.out << r.err;
     bool progress = false;

@@ -9,6 +9,8 @@
 #include "restore/moov_parser.h"
 #include "support/test_support.h"
 
+using namespace restore;
+
 namespace {
 
 using Bytes = std::vector<uint8_t>;

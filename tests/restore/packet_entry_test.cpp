@@ -8,21 +8,18 @@
 
 #include "restore/packet_entry.h"
 
+using namespace restore;
+
 namespace {
 
-// The entries of a whole line, walked as the copy loop does: entry, then past its ";".
+// The entries of a whole line, as the copy loop walks them.
 std::vector<std::vector<int64_t>> ReadLine(int version, const std::string& line) {
     std::vector<std::vector<int64_t>> out;
-    const char* cursor = line.c_str();
-    const char* end = cursor + line.size();
+    PacketLine walk(version, line.c_str(), line.c_str() + line.size());
     PacketEntry e;
-    while (ReadPacketEntry(version, &cursor, end, &e) == EntryRead::kEntry) {
+    while (walk.Next(&e) == EntryRead::kEntry)
         out.push_back(
             {e.stream_index, e.position, e.size, e.pts_step, e.dts_step, e.duration, e.key});
-        const char* next = strchr(cursor, ';');
-        if (!next || next + 1 >= end) break;
-        cursor = next + 1;
-    }
     return out;
 }
 

@@ -9,6 +9,8 @@
 #include "restore/repair_engine.h"
 #include "support/test_support.h"
 
+using namespace restore;
+
 namespace {
 
 // The data of every packet of a written file.

@@ -1,5 +1,5 @@
-// OutputFile: fresh file, trailer, then the rename into place.
-#include "restore/output_file.h"
+// PendingOutput: fresh file, trailer, then the rename into place.
+#include "restore/pending_output.h"
 
 #include <cerrno>
 
@@ -7,19 +7,21 @@
 #include "utils/file_safety.h"
 #include "utils/utils.h"
 
-OutputFile::OutputFile(const char* path) : path_(path ? path : "") {}
+namespace restore {
 
-OutputFile::~OutputFile() {
+PendingOutput::PendingOutput(const char* path) : path_(path ? path : "") {}
+
+PendingOutput::~PendingOutput() {
     Discard();
     if (context_) avformat_free_context(context_);
 }
 
-AVFormatContext* OutputFile::CreateContext() {
+AVFormatContext* PendingOutput::CreateContext() {
     avformat_alloc_output_context2(&context_, nullptr, nullptr, path_.c_str());
     return context_;
 }
 
-int OutputFile::Open() {
+int PendingOutput::Open() {
     if (context_->oformat->flags & AVFMT_NOFILE) return 0;
     temp_path_ = zp::create_file_beside(path_);
     if (temp_path_.empty()) return AVERROR(errno ? errno : EACCES);
@@ -27,7 +29,7 @@ int OutputFile::Open() {
     return avio_open(&context_->pb, ("file:" + temp_path_).c_str(), AVIO_FLAG_WRITE);
 }
 
-int OutputFile::Commit() {
+int PendingOutput::Commit() {
     int ret = av_write_trailer(context_);
     if (context_->pb) {
         avio_flush(context_->pb);
@@ -48,7 +50,7 @@ int OutputFile::Commit() {
     return ret;
 }
 
-void OutputFile::Discard() {
+void PendingOutput::Discard() {
     CloseIo();
     if (!committed_ && !temp_path_.empty()) {
         zp::Utils::instance()->remove_file(temp_path_.c_str());
@@ -56,7 +58,9 @@ void OutputFile::Discard() {
     }
 }
 
-void OutputFile::CloseIo() {
+void PendingOutput::CloseIo() {
     if (context_ && context_->pb && !(context_->oformat->flags & AVFMT_NOFILE))
         avio_closep(&context_->pb);
 }
+
+}  // namespace restore

@@ -1,5 +1,5 @@
 #pragma once
-// OutputFile: the repaired container, written under a fresh name beside the output and put in
+// PendingOutput: the repaired container, written under a fresh name beside the output and put in
 // the output's place only once complete, so a failed or stopped run never harms what was there.
 
 #include <cstdint>
@@ -7,13 +7,15 @@
 
 struct AVFormatContext;
 
-class OutputFile {
+namespace restore {
+
+class PendingOutput {
   public:
-    explicit OutputFile(const char* path);
+    explicit PendingOutput(const char* path);
     // Closes and frees everything; a file never committed is removed.
-    ~OutputFile();
-    OutputFile(const OutputFile&) = delete;
-    OutputFile& operator=(const OutputFile&) = delete;
+    ~PendingOutput();
+    PendingOutput(const PendingOutput&) = delete;
+    PendingOutput& operator=(const PendingOutput&) = delete;
 
     // The muxer chosen from the output's own name; null when no container fits that name.
     AVFormatContext* CreateContext();
@@ -39,3 +41,5 @@ class OutputFile {
     bool committed_ = false;
     int64_t size_ = 0;
 };
+
+}  // namespace restore
