@@ -70,7 +70,7 @@ int AacFrames::Decode(const uint8_t* data, size_t size, std::vector<int>* remain
     }
     int ret = 0;
     while ((ret = avcodec_receive_frame(ctx, frame)) >= 0) {
-        const bool whole = frame->nb_samples == frame_size_ && frame->pkt_size > 0;
+        const bool whole = frame->nb_samples == frame_size_;
         if (whole) remaining->push_back(frame->pkt_size);
         av_frame_unref(frame);
         if (!whole) {
@@ -105,6 +105,16 @@ void AacFrames::Split(const uint8_t* data, size_t size, std::vector<int>* length
     std::vector<int> remaining;
     bool failed = false;
     const int n = Decode(data, size, &remaining, &failed);
+    if (n > 0 && remaining[0] != static_cast<int>(size)) {
+        // A library that does not tell the bytes left: one frame at a time, by prefixes.
+        for (size_t at = 0; at < size;) {
+            const int len = ExactLength(data + at, static_cast<int>(size - at));
+            if (len <= 0) break;
+            lengths->push_back(len);
+            at += static_cast<size_t>(len);
+        }
+        return;
+    }
     for (int i = 0; i + 1 < n; ++i) {
         const int len = remaining[i] - remaining[i + 1];
         if (len <= 0) return;
