@@ -103,8 +103,8 @@ int main(int argc, char** argv) {
     if (!o.reference.empty()) {
         zp::InitFramework(argc, argv);
         zp::AddExitHook([] { zp::ShutdownFramework(); });
-        restore::RescueOptions rescue{o.reference, recording, index, o.progress, o.version,
-                                      o.per_line};
+        restore::RescueOptions rescue{o.reference, recording, index,
+                                      o.progress,  o.version, o.per_line};
         return restore::RescueCommand::Run(rescue);
     }
     return restore::RecordingIndexer(o.version, o.per_line).Run(recording, index);
