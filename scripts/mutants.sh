@@ -26,12 +26,13 @@ while [ $# -gt 0 ]; do
     *) echo "usage: $0 [--list FILE] [--only N[,N...]] [--check] [--jobs J] [--timeout S]" >&2; exit 2 ;;
   esac
 done
-list=$(realpath "$list")
-
 work="${KINEFIX_MUTANTS_DIR:-${TMPDIR:-/tmp}/kinefix-mutants}"
 tree="$work/tree"
 build="$work/build"
 mkdir -p "$tree"
+# A copy: the list may be edited while a run goes on.
+cp "$list" "$work/mutants.txt"
+list="$work/mutants.txt"
 # By content, without times: a file restored after the last fault keeps its newer time and is
 # compiled again, and only files that differ from the last run are rebuilt.
 python3 - "$root" "$tree" <<'PY'
