@@ -81,10 +81,10 @@ TEST(App, SettersAreLoggedAtDebugLevel) {
     std::unique_ptr<zp::DataAuth> left(zp::ppCD->data_auth);
     zp::ShutdownFramework();
     testing::internal::GetCapturedStderr();
-    EXPECT_EQ(lines, (std::vector<std::string>{
-                         "5|zp|[App] name=kinefix\n", "5|zp|[App] display=KF\n",
-                         "5|zp|[App] version=1.1\n", "5|zp|[App] release=\n",
-                         "5|zp|[App] organization=T\n", "5|zp|[App] describe=d\n"}));
+    EXPECT_EQ(lines,
+              (std::vector<std::string>{"5|zp|[App] name=kinefix\n", "5|zp|[App] display=KF\n",
+                                        "5|zp|[App] version=1.1\n", "5|zp|[App] release=\n",
+                                        "5|zp|[App] organization=T\n", "5|zp|[App] describe=d\n"}));
 }
 
 TEST(App, DataForwardsWithDefaultAndConversion) {

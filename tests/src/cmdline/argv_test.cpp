@@ -34,17 +34,14 @@ TEST(Argv, EveryKindRoundTripsThroughTheParser) {
     a.add("b", 'b', "bool", false, val("[b]false"));
     a.add("f", 0, "float", false, val("[f]0"));
     a.add("u", 0, "uint", false, val("[u]0"));
-    ASSERT_TRUE(run(a, {"tool", "-i", "-7", "--ull", "18000000000000000000", "-s", "a b", "-b",
-                        "1", "--f", "1.5", "--u", "4294967295"}));
+    ASSERT_TRUE(run(a, {"tool", "-i", "-7", "--ull", "18000000000000000000", "-s", "a b", "-b", "1",
+                        "--f", "1.5", "--u", "4294967295"}));
     const struct {
         const char *name, *expected, *written;
     } cases[] = {
-        {"i", "[i]0", "[i]-7"},
-        {"ull", "[llu]0", "[llu]18000000000000000000"},
-        {"s", "[str]x", "[str:3]a b"},
-        {"b", "[b]false", "[b]true"},
-        {"f", "[f]0", "[f]1.500000"},
-        {"u", "[u]0", "[u]4294967295"},
+        {"i", "[i]0", "[i]-7"},        {"ull", "[llu]0", "[llu]18000000000000000000"},
+        {"s", "[str]x", "[str:3]a b"}, {"b", "[b]false", "[b]true"},
+        {"f", "[f]0", "[f]1.500000"},  {"u", "[u]0", "[u]4294967295"},
     };
     for (const auto& c : cases) EXPECT_EQ(a.get(c.name, val(c.expected)).write(), c.written);
     // A declared type other than the expected kind escapes.

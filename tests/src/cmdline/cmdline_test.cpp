@@ -42,7 +42,7 @@ TEST(CmdlineParse, ArgumentVectorsAgainstValuesAndErrors) {
         {"t|--input=a|--verbose=1", "option value is invalid: --verbose=1", "a", 3, false, ""},
         {"t|--input|--count", "", "--count", 3, false, ""},
         {"t|--input=a|--count", "option needs value: --count", "a", 3, false, ""},
-        {"t|--nope|-vz|x",
+        {"t|--nope|-zv|x",
          "undefined option: --nope|undefined short option: -z|need option: --input", "", 3, true,
          "x"},
         {"t|-vc|9|--input=a", "", "a", 9, true, ""},

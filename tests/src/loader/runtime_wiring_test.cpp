@@ -29,8 +29,7 @@ struct Plain : zp::Content {
     bool uninit() override { return uninits++ == 0; }
     zp::Value process(const char*, int, const zp::Value&, const zp::Reply&) override { return {}; }
     zp::Value send(const char*, int, const zp::Value&, const zp::Reply&) override { return {}; }
-    zp::Value dispatch(const char*, const char*, int, const zp::Value&,
-                       const zp::Reply&) override {
+    zp::Value dispatch(const char*, const char*, int, const zp::Value&, const zp::Reply&) override {
         return {};
     }
     int uninits = 0;
@@ -65,6 +64,8 @@ TEST(RuntimeWiringTest, RootHoldsTheRuntimeComponentsAndUninitAbortsItsChannels)
     EXPECT_EQ(replied, answer.write());
 
     Plain work;
+    zp::Channel own(nullptr);
+    work.channel = &own;
     zp::modules()["Work"] = &work;
     std::vector<std::string> said;  // the quoted message of each error-level line
     zp::Logger::sink() = [&](int& level, const char*&, const char*& text) {
@@ -75,6 +76,7 @@ TEST(RuntimeWiringTest, RootHoldsTheRuntimeComponentsAndUninitAbortsItsChannels)
     root->uninit();
     zp::Logger::sink() = nullptr;
     EXPECT_EQ(work.uninits, 1);
+    EXPECT_TRUE(own.is_aborted()) << "a module's own channel is aborted too";
     EXPECT_EQ(said, (std::vector<std::string>{
                         "[Admin] ::uninit @==@", "set all abort success",
                         "[Admin] abort all thread success", "> before uninit cmp 'Work'",

@@ -155,6 +155,7 @@ TYPED_TEST(ReadWriteContention, LeavingWriterLetsEveryQueuedReaderInAtOnce) {
             ++inside;
             for (int i = 0; i < 3000 && inside < kReaders; ++i) std::this_thread::sleep_for(1ms);
             together = std::max(together.load(), inside.load());
+            --inside;
         });
     while (rw.waiting_readers() < kReaders) std::this_thread::sleep_for(1ms);
     rw.unlock();
