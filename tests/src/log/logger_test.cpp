@@ -93,4 +93,25 @@ TEST(LoggerTest, ThreadsShareOneFileWithoutTornLines) {
     EXPECT_EQ(lines, expected);
 }
 
+// A stream handed over while another thread writes: each line lands whole in one of them.
+TEST(LoggerTest, StreamSwappedWhileAThreadWrites) {
+    zp::Logger log("", nullptr);
+    FILE* first = tmpfile();
+    FILE* second = tmpfile();
+    log.set_stream(first);
+    std::thread writer([&log] {
+        for (int i = 0; i < 400; ++i) log.log(2, "zp", "line %d\n", i);
+    });
+    log.set_stream(second);
+    writer.join();
+    log.set_stream(nullptr);
+    std::string both;
+    for (FILE* f : {first, second}) {
+        rewind(f);
+        for (char buf[64]; fgets(buf, sizeof buf, f) != nullptr;) both += buf;
+        fclose(f);
+    }
+    EXPECT_EQ(lines_of(both).size(), 400u);
+}
+
 }  // namespace
