@@ -58,4 +58,22 @@ TEST(ProtectedTextTest, ProductCarriesNoClearProtectedText) {
         EXPECT_EQ(data.find(text), std::string::npos) << text;
 }
 
+// kinefix-crypt refuses a quote in any of the three paths and a text that does not restore.
+TEST(CryptToolTest, RefusalsSayWhyAndFail) {
+    TempDir dir;
+    const struct {
+        std::vector<std::string> args;
+        std::string err;
+    } cases[] = {
+        {{"options", "a", "b", "c\"d"}, "kinefix-crypt: a path may not contain '\"': c\"d\n"},
+        {{"restore", "ZPX1~!!!"}, "kinefix-crypt: the text does not restore\n"},
+    };
+    for (const auto& c : cases) {
+        const RunResult r = run(bin_dir() + "/kinefix-crypt", c.args, {}, dir);
+        EXPECT_EQ(r.exit_code, 1) << c.err;
+        EXPECT_EQ(r.out, "");
+        EXPECT_EQ(r.err, c.err);
+    }
+}
+
 }  // namespace
