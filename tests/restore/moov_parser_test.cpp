@@ -81,10 +81,15 @@ TEST_F(MoovParserTest, VideoExtradataForms) {
     ASSERT_TRUE(parser_.Parse(index(video_line(kRecord))));
     EXPECT_EQ(parser_.video().extradata, kRecord);
     // A video description without `ev` is no video; with an unusable one the file is refused.
-    ASSERT_TRUE(parser_.Parse(index(kAudioLine + "{\"type\":\"video\",\"index\":0,\"w\":64}\n")));
+    // A number past 32 bits saturates.
+    ASSERT_TRUE(
+        parser_.Parse(index(kAudioLine + "{\"type\":\"video\",\"index\":0,\"w\":99999999999}\n")));
     EXPECT_TRUE(parser_.has_video());
     EXPECT_EQ(parser_.video().extradata, nullptr);
-    for (const std::string& ev : {std::string("not base64!"), base64({0, 0, 1, 0x67, 1, 2, 3})})
+    EXPECT_EQ(parser_.video().width, INT32_MAX);
+    // Not base64; an SPS without a PPS; an SPS too short for its profile bytes.
+    for (const std::string& ev : {std::string("not base64!"), base64({0, 0, 1, 0x67, 1, 2, 3}),
+                                  base64({0, 0, 1, 0x67, 1, 2, 0, 0, 1, 0x68, 0xeb})})
         EXPECT_FALSE(parser_.Parse(index(video_line(ev) + kAudioLine))) << ev;
 }
 

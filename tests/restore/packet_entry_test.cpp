@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "restore/packet_entry.h"
+#include "restore/timestamp_steps.h"
 
 using namespace restore;
 
@@ -69,6 +70,23 @@ TEST(PacketEntryTest, NeverReadsPastTheGivenEnd) {
         EXPECT_EQ(e.size, 3);
         EXPECT_EQ(e.pts_step, 4);
         EXPECT_LE(cursor, text + 7);
+    }
+}
+
+// The writer's steps give its times back when applied; a dts equal to the running dts cannot
+// be said and comes back one tick earlier.
+TEST(TimestampStepsTest, MadeStepsApplyBackSaveARepeatedDts) {
+    restore::TimestampSteps writer, reader;
+    const struct {
+        int64_t pts, dts;
+        bool exact;
+    } cases[] = {{3000, 1000, true}, {9000, 3000, true}, {6000, 3000, false}};
+    for (const auto& c : cases) {
+        int64_t pts_step = 0, dts_step = 0, pts = 0, dts = 0;
+        EXPECT_EQ(writer.Make(false, c.pts, c.dts, &pts_step, &dts_step), c.exact);
+        reader.Apply(false, pts_step, dts_step, &pts, &dts);
+        EXPECT_EQ(pts, c.pts);
+        EXPECT_EQ(dts, c.exact ? c.dts : c.dts - 1);
     }
 }
 

@@ -1,13 +1,21 @@
-// RepairEngine in-process on a hand-made index: where each packet's bytes come from, checked
-// by reading the written container back with libavformat.
+// RepairEngine in-process on a hand-made index: where each packet's bytes come from, how its
+// timestamps are rounded, the fall-back formats and the debug lines, checked by reading the
+// written container back with libavformat.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <regex>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "restore/ffmpeg_compat.h"
+#include "data/data_auth.h"
+#include "loader/admin.h"
+#include "log/logger.h"
 #include "restore/repair_engine.h"
 #include "support/test_support.h"
+#include "zephra_init.h"
 
 using namespace restore;
 
@@ -62,6 +70,61 @@ TEST(RepairEngineTest, PositionsSeekOrReadOnAndTheBufferOnlyGrows) {
     ASSERT_EQ(packets.size(), 8u);
     for (size_t i = 0; i < 8; ++i)
         EXPECT_EQ(packets[i], data.substr(expected[i].first, expected[i].second)) << i;
+}
+
+// The written timestamps of every packet.
+std::vector<int64_t> ReadTimes(const std::string& path) {
+    std::vector<int64_t> pts;
+    AVFormatContext* in = nullptr;
+    if (avformat_open_input(&in, path.c_str(), nullptr, nullptr) < 0) return pts;
+    AVPacket* pkt = av_packet_alloc();
+    while (av_read_frame(in, pkt) >= 0) {
+        pts.push_back(pkt->pts);
+        av_packet_unref(pkt);
+    }
+    av_packet_free(&pkt);
+    avformat_close_input(&in);
+    return pts;
+}
+
+// Steps of 12/48000 s written at Matroska's 1/1000 s: 0.25, 0.5 and 0.75 ms round to the
+// nearest, halves away from zero. Seeks are logged at debug level.
+TEST(RepairEngineTest, TimestampsRoundToTheNearestAndSeeksAreDebugLines) {
+    kinefix_test::TempDir dir;
+    for (const auto& kv : kinefix_test::isolated_env(dir))
+        setenv(kv.first.c_str(), kv.second.c_str(), 1);
+    char arg0[] = "repair_engine_test";
+    char* argv[] = {arg0, nullptr};
+    testing::internal::CaptureStderr();
+    zp::InitFramework(1, argv);
+    std::vector<std::string> debug;
+    zp::Logger::sink() = [&](int& level, const char*&, const char*& text) {
+        if (level == zp::kLogDebug) debug.push_back(text);
+    };
+    kinefix_test::write_file(dir / "data.bin", std::string(200, 'd'));
+    kinefix_test::write_file(
+        dir / "index.idx",
+        "#version=2\n{\"type\":\"audio\",\"index\":0,\"codec\":\"aac\",\"format\":\"fltp\","
+        "\"tb.num\":1,\"tb.den\":48000,\"channels\":2,\"sample_rate\":48000,\"frame_size\":1024,"
+        "\"ev\":\"EZA=\"}\n,100,6,12,,,1;\n,,6,12,,,1;\n,,6,12,,,1;\n");
+    testing::internal::CaptureStdout();
+    RepairEngine().Run((dir / "data.bin").c_str(), (dir / "index.idx").c_str(),
+                       (dir / "out.mkv").c_str());
+    testing::internal::GetCapturedStdout();
+    zp::Logger::sink() = nullptr;
+    std::unique_ptr<zp::DataAuth> left(zp::ppCD->data_auth);
+    zp::ShutdownFramework();
+    testing::internal::GetCapturedStderr();
+
+    EXPECT_EQ(ReadTimes(dir / "out.mkv"), (std::vector<int64_t>{0, 1, 1}));
+    std::string seeks;
+    for (const std::string& line : debug)
+        if (line.find("repair_engine.cpp") != std::string::npos) seeks += line;
+    EXPECT_TRUE(std::regex_search(
+        seeks,
+        std::regex(
+            R"re(^\d{4}-[\d:]{8}\[D\]\[zp\] repair_engine\.cpp \d+ *: "packet数据 seek fpos=100"\n)re")))
+        << seeks;
 }
 
 }  // namespace

@@ -28,6 +28,8 @@ TEST(App, RecordPrintsStartUpNamesAndData) {
     zp::App app;
     app.set_version("1.1.0");
     app.set_organization(app.default_organization());
+    app.set_release("2026-11-23");
+    app.set_describe("repairs videos");
     Value v;
     v.set_int(7);
     app.set_data("runs", v);
@@ -36,16 +38,17 @@ TEST(App, RecordPrintsStartUpNamesAndData) {
     FILE* f = std::fopen(path.c_str(), "wb");
     ASSERT_NE(f, nullptr);
     app.print(f);
+    const std::string printed = kinefix_test::read_file(path);  // before fclose: flushed
     std::fclose(f);
-    EXPECT_EQ(kinefix_test::read_file(path),
+    EXPECT_EQ(printed,
               "------------ [App] ------------\n"
               ">> app_name      = kinefix\n"
               ">> app_dir       = /opt/kf/\n"
               ">> app_filepath  = /opt/kf/kinefix.bin\n"
               ">> version       = 1.1.0\n"
               ">> organization  = Tavrik\n"
-              ">> release_time  = \n"
-              ">> describe      = \n"
+              ">> release_time  = 2026-11-23\n"
+              ">> describe      = repairs videos\n"
               "   [data] runs = [i]7\n"
               "-------------------------------\n\n");
 }
@@ -63,13 +66,42 @@ TEST(App, SettersAreLoggedAtDebugLevel) {
     zp::Logger::sink() = [&](int& level, const char*& tag, const char*& text) {
         lines.push_back(std::to_string(level) + "|" + tag + "|" + text);
     };
-    zp::App().set_display("KF");
+    {
+        zp::App app;
+        app.set_name("kinefix");
+        app.set_display("KF");
+        app.set_version("1.1");
+        app.set_release(nullptr);
+        app.set_organization("T");
+        app.set_describe("d");
+        EXPECT_STREQ(app.release(), "");
+    }
     zp::Logger::sink() = nullptr;
     // The root leaves its data_auth view to the process exit; freed here for the leak checker.
     std::unique_ptr<zp::DataAuth> left(zp::ppCD->data_auth);
     zp::ShutdownFramework();
     testing::internal::GetCapturedStderr();
-    EXPECT_EQ(lines, std::vector<std::string>{"5|zp|[App] display=KF\n"});
+    EXPECT_EQ(lines,
+              (std::vector<std::string>{"5|zp|[App] name=kinefix\n", "5|zp|[App] display=KF\n",
+                                        "5|zp|[App] version=1.1\n", "5|zp|[App] release=\n",
+                                        "5|zp|[App] organization=T\n", "5|zp|[App] describe=d\n"}));
+}
+
+TEST(App, DataForwardsWithDefaultAndConversion) {
+    zp::App app;
+    Value fallback;
+    fallback.set_int(-1);
+    EXPECT_EQ(app.get_data("n", fallback, true).write(), "[i]-1");
+    EXPECT_FALSE(app.remove_data("n"));
+    Value text;
+    text.set_string("[i]5");
+    EXPECT_TRUE(app.set_data("n", text, "me"));
+    EXPECT_TRUE(app.exist_data("n"));
+    EXPECT_EQ(app.get_data("n", fallback, true).write(), "[i]5");
+    EXPECT_EQ(app.get_data("n", fallback, false).write(), "[str:4][i]5");
+    EXPECT_FALSE(app.remove_data("n", "other"));
+    EXPECT_TRUE(app.remove_data("n", "me"));
+    EXPECT_FALSE(app.exist_data("n"));
 }
 
 }  // namespace

@@ -31,10 +31,19 @@ TEST(Argv, EveryKindRoundTripsThroughTheParser) {
     a.add("i", 'i', "int", false, val("[i]1"));
     a.add("ull", 0, "uint64", false, val("[llu]4"));
     a.add("s", 's', "string", true, val("[str]"));
-    ASSERT_TRUE(run(a, {"tool", "-i", "-7", "--ull", "18000000000000000000", "-s", "a b"}));
-    EXPECT_EQ(a.get("i", val("[i]0")).write(), "[i]-7");
-    EXPECT_EQ(a.get("ull", val("[llu]0")).write(), "[llu]18000000000000000000");
-    EXPECT_EQ(a.get("s", val("[str]x")).write(), "[str:3]a b");
+    a.add("b", 'b', "bool", false, val("[b]false"));
+    a.add("f", 0, "float", false, val("[f]0"));
+    a.add("u", 0, "uint", false, val("[u]0"));
+    ASSERT_TRUE(run(a, {"tool", "-i", "-7", "--ull", "18000000000000000000", "-s", "a b", "-b", "1",
+                        "--f", "1.5", "--u", "4294967295"}));
+    const struct {
+        const char *name, *expected, *written;
+    } cases[] = {
+        {"i", "[i]0", "[i]-7"},        {"ull", "[llu]0", "[llu]18000000000000000000"},
+        {"s", "[str]x", "[str:3]a b"}, {"b", "[b]false", "[b]true"},
+        {"f", "[f]0", "[f]1.500000"},  {"u", "[u]0", "[u]4294967295"},
+    };
+    for (const auto& c : cases) EXPECT_EQ(a.get(c.name, val(c.expected)).write(), c.written);
     // A declared type other than the expected kind escapes.
     EXPECT_THROW(a.get("i", val("[lld]0")), cmdline::cmdline_error);
 }
@@ -57,7 +66,17 @@ TEST(Argv, LookupMessagesAndFallbacks) {
     EXPECT_EQ(undeclared.as_int(), 4);
     EXPECT_EQ(not_given.as_int(), 42);  // the expected value, not the declared default
     EXPECT_EQ(other_kind.write(), "[v]000000000000001F");
+    EXPECT_FALSE(a.exist("undeclared"));
     a.delete_instance(&fresh);
+    EXPECT_EQ(fresh, nullptr);
+}
+
+TEST(Argv, NothingDeclaredParsesNothing) {
+    zp::Argv a;
+    EXPECT_FALSE(run(a, {"tool"}));
+    EXPECT_FALSE(a.exist("x"));
+    EXPECT_EQ(a.usage(), "");
+    EXPECT_TRUE(a.errors().empty());
 }
 
 TEST(Argv, UnknownKindDeclaresAFlag) {

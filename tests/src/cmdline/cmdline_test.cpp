@@ -41,7 +41,8 @@ TEST(CmdlineParse, ArgumentVectorsAgainstValuesAndErrors) {
         {"t|--input=a=b|--count=4", "", "a=b", 4, false, ""},
         {"t|--input=a|--verbose=1", "option value is invalid: --verbose=1", "a", 3, false, ""},
         {"t|--input|--count", "", "--count", 3, false, ""},
-        {"t|--nope|-vz|x",
+        {"t|--input=a|--count", "option needs value: --count", "a", 3, false, ""},
+        {"t|--nope|-zv|x",
          "undefined option: --nope|undefined short option: -z|need option: --input", "", 3, true,
          "x"},
         {"t|-vc|9|--input=a", "", "a", 9, true, ""},
@@ -67,6 +68,19 @@ TEST(CmdlineParse, ArgumentVectorsAgainstValuesAndErrors) {
         run(p, {"again"});
         EXPECT_EQ(p.get_value<int>("count"), c.count) << "values survive a later parse";
     }
+}
+
+// Both fail before any argument is looked at.
+TEST(CmdlineParse, SharedShortCharAndEmptyVectorFailAtOnce) {
+    cmdline::parser p;
+    p.add_flag("one", 'o', "");
+    p.add_flag("other", 'o', "");
+    EXPECT_FALSE(run(p, {"t", "--one"}));
+    EXPECT_EQ(p.error_list(), Errors{"short option 'o' is ambiguous"});
+    EXPECT_FALSE(p.is_set("one"));
+    const char* none[] = {nullptr};
+    EXPECT_FALSE(p.parse(0, none));
+    EXPECT_EQ(p.error_list(), Errors{"argument number must be longer than 0"});
 }
 
 TEST(CmdlineDeclare, ErrorsAndStrictConversions) {

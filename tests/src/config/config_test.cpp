@@ -1,7 +1,9 @@
-// Config store: file reading, the key limit and saving.
+// Config store: file reading, the key limit, the text cache, saving, and threads sharing it.
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "config/config.h"
 #include "support/test_support.h"
@@ -32,6 +34,9 @@ TEST(ConfigTest, FileLinesAndWhatIsSkipped) {
 TEST(ConfigTest, KeyOf511BytesIsAcceptedAnd512Refused) {
     TempDir dir;
     zp::Config c((dir / "m.conf").c_str(), nullptr);
+    const std::string longest(511, 'k');
+    EXPECT_TRUE(c.set(longest.c_str(), "v"));
+    EXPECT_TRUE(c.exists(longest.c_str()));
     const std::string longer(512, 'k');
     testing::internal::CaptureStderr();
     EXPECT_FALSE(c.set(longer.c_str(), "v"));
@@ -53,6 +58,42 @@ TEST(ConfigTest, SaveRewritesOnlyAChangedStoreInKeyOrder) {
     EXPECT_TRUE(c.save());
     EXPECT_FALSE(c.dirty());
     EXPECT_EQ(read_text(path), "#Zephra Config (#note)\na : 1\nb : 2\nlog.tag : \n");
+}
+
+TEST(ConfigTest, TextCacheKeepsTheNewest70OnceItHoldsMoreThan100) {
+    TempDir dir;
+    zp::Config c((dir / "m.conf").c_str(), nullptr);
+    c.set("k", "v");
+    for (int i = 0; i < 101; ++i) c.get_text("k");
+    EXPECT_EQ(c.cache_size(), 101u);
+    testing::internal::CaptureStderr();
+    EXPECT_STREQ(c.get_text("k"), "v");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "[zp::Config] : cache is full(n>100), reserve 70\n");
+    EXPECT_EQ(c.cache_size(), 71u);
+}
+
+// Threads writing and reading their own keys at once: the map and the cache must stay whole.
+TEST(ConfigTest, ThreadsSettingAndReadingAtOnceLoseNothing) {
+    TempDir dir;
+    zp::Config c((dir / "m.conf").c_str(), nullptr);
+    testing::internal::CaptureStderr();  // the cache trims often here
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&c, t] {
+            for (int i = 0; i < 400; ++i) {
+                const std::string key = "t" + std::to_string(t) + ".k" + std::to_string(i % 20);
+                c.set(key.c_str(), std::to_string(i).c_str());
+                c.get_text(key.c_str());
+            }
+        });
+    for (auto& t : threads) t.join();
+    testing::internal::GetCapturedStderr();
+    for (int t = 0; t < 4; ++t)
+        for (int k = 0; k < 20; ++k) {
+            const std::string key = "t" + std::to_string(t) + ".k" + std::to_string(k);
+            EXPECT_STREQ(c.get_text(key.c_str()), std::to_string(380 + k).c_str()) << key;
+        }
 }
 
 }  // namespace

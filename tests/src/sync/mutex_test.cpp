@@ -1,9 +1,12 @@
-// Lock kinds: recursion, writer preference, shared reads, stranger unlock.
+// Lock kinds: recursion, writer preference, shared reads, stranger unlock, and exclusion and
+// wake-ups under contention (the "tsan" label runs these under ThreadSanitizer).
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <algorithm>
 #include <chrono>
 #include <thread>
+#include <vector>
 
 #include "sync/mutex.h"
 #include "sync/read_write_mutex.h"
@@ -95,6 +98,69 @@ TEST(ReadWriteMutexTest, ReadersShareAndAStrangerUnlockOnlyWarns) {
     Taker<RWR> writer(rw, &RWR::lock_write);
     EXPECT_EQ(writer.at, 0) << "the real reader's hold is intact";
     rw.unlock();
+}
+
+// Exposes the queue of waiting readers, so a test can wait until they are all blocked.
+template <typename Lock>
+struct Probe : Lock {
+    uint32_t waiting_readers() {
+        std::unique_lock<zp::Mutex> held(this->st_->guard);
+        return this->st_->waiting_readers;
+    }
+};
+
+template <typename Lock>
+class ReadWriteContention : public testing::Test {};
+using LockKinds = testing::Types<zp::ReadWriteMutex, RWR>;
+TYPED_TEST_SUITE(ReadWriteContention, LockKinds);
+
+// Plain ints, so that any overlap is a race ThreadSanitizer reports; the yields widen the
+// window in which a missing exclusion shows as a torn pair in an ordinary build too.
+TYPED_TEST(ReadWriteContention, WritersExcludeReadersAndEachOther) {
+    TypeParam rw;
+    int a = 0, b = 0;
+    std::atomic<int> torn{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&] {
+            for (int i = 0; i < 1000; ++i) {
+                {
+                    zp::WriteGuard g(rw);
+                    ++a;
+                    std::this_thread::yield();
+                    ++b;
+                }
+                zp::ReadGuard g(rw);
+                const int seen = a;
+                std::this_thread::yield();
+                if (seen != b) ++torn;
+            }
+        });
+    for (auto& t : threads) t.join();
+    EXPECT_EQ(torn, 0);
+    EXPECT_EQ(a, 4000);
+    EXPECT_EQ(b, 4000);
+}
+
+// Readers queued behind a writer must all come in when it leaves, not one after another.
+TYPED_TEST(ReadWriteContention, LeavingWriterLetsEveryQueuedReaderInAtOnce) {
+    constexpr int kReaders = 4;
+    Probe<TypeParam> rw;
+    std::atomic<int> inside{0}, together{0};
+    rw.lock_write();
+    std::vector<std::thread> readers;
+    for (int r = 0; r < kReaders; ++r)
+        readers.emplace_back([&] {
+            zp::ReadGuard g(rw);
+            ++inside;
+            for (int i = 0; i < 3000 && inside < kReaders; ++i) std::this_thread::sleep_for(1ms);
+            together = std::max(together.load(), inside.load());
+            --inside;
+        });
+    while (rw.waiting_readers() < kReaders) std::this_thread::sleep_for(1ms);
+    rw.unlock();
+    for (auto& t : readers) t.join();
+    EXPECT_EQ(together, kReaders);
 }
 
 }  // namespace

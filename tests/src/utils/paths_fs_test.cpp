@@ -46,7 +46,26 @@ TEST_F(UtilsFs, PathPiecesTakeEitherSeparator) {
     EXPECT_EQ(u.normalize_path("C://data\\\\x/"), expected);
     EXPECT_EQ(u.dir_name("a/b\\c"), "a/b\\");
     EXPECT_EQ(u.dir_name("bare"), "");
+    // The stem ends at the name's first dot, on purpose.
+    EXPECT_EQ(u.file_stem("dir.old/x.tar.gz"), "x");
+    EXPECT_EQ(u.file_stem(".hidden"), "");
+    EXPECT_EQ(u.file_stem(""), "");
 }
+
+#ifndef _WIN32  // Windows asks the system first (utils_win32_test.cpp)
+TEST_F(UtilsFs, TempDirIsTmpdirOrSlashTmp) {
+    const char* saved = getenv("TMPDIR");
+    const std::string keep = saved ? saved : "";
+    setenv("TMPDIR", "", 1);
+    EXPECT_EQ(u.temp_dir(), "/tmp/");
+    setenv("TMPDIR", "/var//cache/", 1);
+    EXPECT_EQ(u.temp_dir(), "/var/cache/");
+    if (saved)
+        setenv("TMPDIR", keep.c_str(), 1);
+    else
+        unsetenv("TMPDIR");
+}
+#endif
 
 TEST_F(UtilsFs, WalksArePostOrderAndTreesGoWithoutFollowingLinks) {
     fs::create_directories(dir / "sub");
@@ -69,6 +88,7 @@ TEST_F(UtilsFs, WalksArePostOrderAndTreesGoWithoutFollowingLinks) {
     EXPECT_TRUE(u.remove_tree((dir / "sub").c_str()));
     EXPECT_FALSE(fs::exists(dir / "sub"));
     EXPECT_TRUE(fs::exists(dir / "keep/x/y")) << "a link goes, not what it points at";
+    EXPECT_TRUE(u.remove_dir((dir / "sub").c_str())) << "a missing directory counts as removed";
 }
 
 TEST_F(UtilsFs, SizeCopyAndWriteabilityProbe) {
@@ -84,6 +104,8 @@ TEST_F(UtilsFs, SizeCopyAndWriteabilityProbe) {
     EXPECT_EQ(u.copy_file((dir / "src").c_str(), (dir / "dst").c_str()), 0);
     EXPECT_EQ(kinefix_test::read_file(dir / "dst"), std::string(25000, 'p'));
     EXPECT_EQ(u.copy_file((dir / "src").c_str(), (dir / "no/dir/dst").c_str()), -2);
+    EXPECT_EQ(u.copy_file((dir / "none").c_str(), (dir / "dst2").c_str()), -1);
+    EXPECT_FALSE(fs::exists(dir / "dst2"));
 
     EXPECT_TRUE(u.is_dir_writable(dir.str().c_str(), "~probe~.tmp"));
     EXPECT_FALSE(fs::exists(dir / "~probe~.tmp"));
