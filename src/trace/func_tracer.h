@@ -7,7 +7,7 @@
 #include <functional>
 #include <string>
 
-#include "loader/abstract_base.h"
+#include "core/abstract_base.h"
 #include "log/log.h"
 #include "sync/mutex.h"
 #include "utils/utils.h"
