@@ -20,7 +20,9 @@ std::string g_programName;
 
 namespace {
 
-constexpr int kMaxWaitingSlots = 1024;
+// KEPT: a fixed table, as the framework was built; the program registers only a handful of
+// slots, and a slot beyond the table is refused rather than queued.
+constexpr uint32_t kMaxWaitingSlots = 1024;
 
 struct WaitingSlots {
     Admin** slots[kMaxWaitingSlots] = {};
@@ -64,6 +66,12 @@ int AttachRoot(Admin** slot) {
     }
     for (uint32_t i = 0; i < g_waitingSlots.count; ++i)
         if (g_waitingSlots.slots[i] == slot) return 0;
+    if (g_waitingSlots.count >= kMaxWaitingSlots) {
+        fprintf(stderr, "[INIT] ppCD=%016llX can't wait for init: all %u slots taken\n",
+                static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(slot)),
+                static_cast<unsigned>(kMaxWaitingSlots));
+        return -1;
+    }
     g_waitingSlots.slots[g_waitingSlots.count++] = slot;
     fprintf(stderr, "[INIT] ppCD=%016llX waitting for init ...\n",
             static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(slot)));
