@@ -7,7 +7,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
 # shellcheck source=scripts/shell_helpers.sh
-. scripts/shell_helpers.sh
+. "$root/scripts/shell_helpers.sh"
 
 step() { printf '\n== %s\n' "$*"; }
 
