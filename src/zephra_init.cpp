@@ -1,4 +1,5 @@
-// Framework start-up and shut-down: the root, its waiting slots and the exit hooks.
+// Framework start-up and shut-down: the root, its waiting slots and the exit hooks; the log
+// call's way to the root, which the log area cannot include.
 #include "zephra_init.h"
 
 #include <cstdint>
@@ -8,6 +9,7 @@
 
 #include "crypt/protected_strings.h"
 #include "loader/admin.h"
+#include "log/log.h"
 #include "utils/utils.h"
 
 namespace zp {
@@ -127,6 +129,16 @@ void ShutdownFramework() {
     delete ppCD;
     ppCD = nullptr;
     g_shuttingDown = false;
+}
+
+Abstract_Logger* root_logger() {
+    return ppCD != nullptr ? ppCD->logger : nullptr;
+}
+
+const char* log_time() {
+    Abstract_Utils* u =
+        (ppCD != nullptr && ppCD->utils != nullptr) ? ppCD->utils : Utils::instance();
+    return u->now_str("%m%d-%H:%M:%S");
 }
 
 const char* maker_address() {
