@@ -16,7 +16,7 @@ namespace {
 void PrintBanner() {
     printf("==============================\n");
     printf("Kinefix (%s)\n", zp::maker_address());
-    printf("version: %s\n", "1.1.0");
+    printf("version: %s\n", KINEFIX_VERSION);
     printf("release: %s\n", "2023.05.10");
     printf("==============================\n");
 }

@@ -101,11 +101,9 @@ echo "make_data: writing the index" >&2
 "$bin/kinefix-index" "$set_dir/intact.mp4" "$set_dir/intact.idx" >&2
 write_positions
 
-moov=$(moov_offset "$set_dir/intact.mp4")
-[ -n "$moov" ] || { echo "make_data: no moov box in intact.mp4" >&2; exit 1; }
 echo "make_data: cutting the index off a copy: damaged.mp4" >&2
-cp "$set_dir/intact.mp4" "$set_dir/damaged.mp4"
-truncate -s "$moov" "$set_dir/damaged.mp4"
+cut_before_moov "$set_dir/intact.mp4" "$set_dir/damaged.mp4" ||
+  { echo "make_data: no moov box in intact.mp4" >&2; exit 1; }
 if ffprobe -v error "$set_dir/damaged.mp4" >/dev/null 2>&1; then
   echo "make_data: ffprobe still reads damaged.mp4" >&2
   exit 1

@@ -6,14 +6,12 @@
 # The build directory is printed on the last line of standard output.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+# shellcheck source=scripts/shell_helpers.sh
+. scripts/shell_helpers.sh
 
 build=${1:-build-release}
 prefix=$(bash scripts/build_ffmpeg.sh | tail -n1)
-# pkg-config results are cached: another FFmpeg prefix needs a fresh configure.
-if [ -f "$build/CMakeCache.txt" ] &&
-  [ "$(sed -n 's/^KINEFIX_FFMPEG_PREFIX:[A-Z]*=//p' "$build/CMakeCache.txt")" != "$prefix" ]; then
-  rm -f "$build/CMakeCache.txt"
-fi
+forget_other_ffmpeg "$build" "$prefix"
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DKINEFIX_TESTS=OFF -DKINEFIX_GUI=OFF \
   -DKINEFIX_FFMPEG_PREFIX="$prefix" >&2
 cmake --build "$build" --target kinefix kinefix-index kinefix-crypt >&2

@@ -10,6 +10,8 @@
 # KINEFIX_CI_KEEP=1 keeps the scratch directory for a look after a failure.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+# shellcheck source=scripts/shell_helpers.sh
+. scripts/shell_helpers.sh
 root=$PWD
 start=$(date +%s)
 failures=0
@@ -41,11 +43,7 @@ linux_bin="$root/$linux_build"
 
 step "cross build ($win_build)"
 t0=$(date +%s)
-# pkg-config results are cached: a new FFmpeg prefix needs a fresh configure.
-if [ -f "$win_build/CMakeCache.txt" ] &&
-  [ "$(sed -n 's/^KINEFIX_FFMPEG_PREFIX:[A-Z]*=//p' "$win_build/CMakeCache.txt")" != "$ffmpeg_prefix" ]; then
-  rm -f "$win_build/CMakeCache.txt"
-fi
+forget_other_ffmpeg "$win_build" "$ffmpeg_prefix"
 cmake -S . -B "$win_build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DCMAKE_TOOLCHAIN_FILE="$root/cmake/mingw-w64-x86_64.cmake" \
   -DKINEFIX_FFMPEG_PREFIX="$ffmpeg_prefix" >/dev/null
@@ -162,36 +160,14 @@ check_candidate "4 (program directory)" "$W_BD\\prog dir\\kinefix" "$bd/prog dir
 
 step "end-to-end repairs: Linux kinefix against kinefix.exe under wine"
 
-# Offset of the top-level ISO media box of a type, empty when absent.
-top_box() {
-  local file=$1 type=$2 off=0 size len head
-  len=$(stat -c %s "$file")
-  while [ $((off + 8)) -le "$len" ]; do
-    head=$(od -An -tx1 -j "$off" -N 8 "$file" | tr -d ' \n')
-    size=$((16#${head:0:8}))
-    if [ "$size" -eq 1 ]; then
-      size=$((16#$(od -An -tx1 -j $((off + 8)) -N 8 "$file" | tr -d ' \n')))
-    elif [ "$size" -eq 0 ]; then
-      size=$((len - off))
-    fi
-    [ "$size" -ge 8 ] || return 0
-    if [ "${head:8:8}" = "$(printf '%s' "$type" | od -An -tx1 | tr -d ' \n')" ]; then
-      echo "$off"
-      return 0
-    fi
-    off=$((off + size))
-  done
-}
 # Loses the recording's own index, keeping every media byte where it was.
 damage() {
-  local file=$1 off
+  local file=$1
   case "$file" in
     *.mkv)
       printf '\0\0\0\0' | dd of="$file" bs=1 seek=0 conv=notrunc status=none ;;
     *)
-      off=$(top_box "$file" moov)
-      [ -n "$off" ] || return 1
-      printf 'dead' | dd of="$file" bs=1 seek=$((off + 4)) conv=notrunc status=none ;;
+      destroy_moov "$file" ;;
   esac
 }
 framemd5() { ffmpeg -v error -nostdin -i "$1" -map 0 -c copy -f framemd5 - 2>/dev/null; }

@@ -5,6 +5,8 @@
 #   scripts/deb_check.sh [BUILD_DIR]      (default: build)
 set -euo pipefail
 cd "$(dirname "$0")/.."
+# shellcheck source=scripts/shell_helpers.sh
+. scripts/shell_helpers.sh
 
 build=${1:-build}
 cmake --build "$build" >/dev/null
@@ -34,8 +36,7 @@ ffmpeg -v error -y -nostdin -f lavfi -i "testsrc=size=320x240:rate=25:duration=4
   -f lavfi -i "sine=sample_rate=48000:duration=4" -c:v libx264 -preset ultrafast \
   -pix_fmt yuv420p -c:a aac healthy.mp4
 "$bin/kinefix-index" healthy.mp4 sample.idx >/dev/null
-moov_type=$(grep -obUa moov healthy.mp4 | tail -1 | cut -d: -f1)
-head -c $((moov_type - 4)) healthy.mp4 > sample.mp4
+cut_before_moov healthy.mp4 sample.mp4
 framemd5() { ffmpeg -v error -nostdin -i "$1" -map 0 -c copy -f framemd5 - | grep -v '^#' |
   awk -F', *' '{print $1, $6}'; }
 framemd5 healthy.mp4 > want.txt

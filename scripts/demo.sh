@@ -6,6 +6,8 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
+# shellcheck source=scripts/shell_helpers.sh
+. "$root/scripts/shell_helpers.sh"
 
 step() { printf '\n== %s\n' "$*"; }
 
@@ -37,10 +39,7 @@ step "Writing its index while it is healthy: recording.idx"
 head -c 300 recording.idx; echo " ..."
 
 step "Losing the recording's own index (cut at its 'moov' box, as a crash would)"
-# The moov box is written last; the last "moov" in the file is its type field.
-moov_type=$(grep -obUa moov recording.mp4 | tail -1 | cut -d: -f1)
-cp recording.mp4 damaged.mp4
-truncate -s $((moov_type - 4)) damaged.mp4
+cut_before_moov recording.mp4 damaged.mp4
 echo "damaged.mp4: $(stat -c %s damaged.mp4) of $(stat -c %s recording.mp4) bytes kept"
 if ffprobe -v error damaged.mp4 2>probe.err; then
   echo "unexpected: ffprobe still reads damaged.mp4" >&2

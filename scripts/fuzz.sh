@@ -23,7 +23,7 @@ while [ $# -gt 0 ]; do
   esac
 done
 
-targets=(object_text index packet_entry value_read cmdline config codec restore_text)
+mapfile -t targets < <(grep -E '^[a-z0-9_]+$' fuzz/targets.txt)
 if [ -n "$only" ]; then targets=("$only"); fi
 
 build=build-fuzz

@@ -6,6 +6,8 @@
 # Set KINEFIX_GUI_SCALE=2 for the same at 200 % scaling.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+# shellcheck source=scripts/shell_helpers.sh
+. scripts/shell_helpers.sh
 
 build=${1:-build}
 out=${2:-$build/screenshots}
@@ -27,8 +29,7 @@ ffmpeg -v error -y -nostdin -f lavfi -i "testsrc2=size=640x360:rate=30:duration=
   -f lavfi -i "sine=frequency=440:sample_rate=48000:duration=30" \
   -c:v libx264 -preset ultrafast -g 60 -pix_fmt yuv420p -c:a aac -b:a 96k "$work/healthy.mp4"
 "$bin/kinefix-index" "$work/healthy.mp4" "$media/GOPR0042.idx"
-moov_type=$(grep -obUa moov "$work/healthy.mp4" | tail -1 | cut -d: -f1)
-head -c $((moov_type - 4)) "$work/healthy.mp4" > "$media/GOPR0042.MP4"
+cut_before_moov "$work/healthy.mp4" "$media/GOPR0042.MP4"
 cp "$media/GOPR0042.MP4" "$media/GOPR0043.MP4"
 sed '1s/.*/#version=9/' "$media/GOPR0042.idx" > "$media/GOPR0043.idx"
 

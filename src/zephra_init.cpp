@@ -1,4 +1,5 @@
-// Framework start-up and shut-down: the root, its waiting slots and the exit hooks.
+// Framework start-up and shut-down: the root, its waiting slots and the exit hooks; the log
+// call's way to the root, which the log area cannot include.
 #include "zephra_init.h"
 
 #include <cstdint>
@@ -8,6 +9,7 @@
 
 #include "crypt/protected_strings.h"
 #include "loader/admin.h"
+#include "log/log.h"
 #include "utils/utils.h"
 
 namespace zp {
@@ -20,7 +22,9 @@ std::string g_programName;
 
 namespace {
 
-constexpr int kMaxWaitingSlots = 1024;
+// KEPT: a fixed table, as the framework was built; the program registers only a handful of
+// slots, and a slot beyond the table is refused rather than queued.
+constexpr uint32_t kMaxWaitingSlots = 1024;
 
 struct WaitingSlots {
     Admin** slots[kMaxWaitingSlots] = {};
@@ -64,6 +68,12 @@ int AttachRoot(Admin** slot) {
     }
     for (uint32_t i = 0; i < g_waitingSlots.count; ++i)
         if (g_waitingSlots.slots[i] == slot) return 0;
+    if (g_waitingSlots.count >= kMaxWaitingSlots) {
+        fprintf(stderr, "[INIT] ppCD=%016llX can't wait for init: all %u slots taken\n",
+                static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(slot)),
+                static_cast<unsigned>(kMaxWaitingSlots));
+        return -1;
+    }
     g_waitingSlots.slots[g_waitingSlots.count++] = slot;
     fprintf(stderr, "[INIT] ppCD=%016llX waitting for init ...\n",
             static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(slot)));
@@ -119,6 +129,16 @@ void ShutdownFramework() {
     delete ppCD;
     ppCD = nullptr;
     g_shuttingDown = false;
+}
+
+Abstract_Logger* root_logger() {
+    return ppCD != nullptr ? ppCD->logger : nullptr;
+}
+
+const char* log_time() {
+    Abstract_Utils* u =
+        (ppCD != nullptr && ppCD->utils != nullptr) ? ppCD->utils : Utils::instance();
+    return u->now_str("%m%d-%H:%M:%S");
 }
 
 const char* maker_address() {

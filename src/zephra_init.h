@@ -25,7 +25,8 @@ void ShutdownFramework();
 // Queues a hook for process exit; hooks run last-registered first.
 void AddExitHook(std::function<void()> hook);
 void RunExitHooks();
-// For static initialisers: fills *slot with the root now or once it exists. -1 for null.
+// For static initialisers: fills *slot with the root now or once it exists. -1 for null, and
+// for a slot that finds the table of waiting slots (1024) full.
 int AttachRoot(Admin** slot);
 
 // The maker's address, published in EVZephra and shown in the banner.

@@ -9,7 +9,7 @@
 #include <string>
 
 #include "channel/blocking_io.h"
-#include "loader/abstract_base.h"
+#include "core/abstract_base.h"
 
 namespace zp {
 

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <string>
 
-#include "loader/abstract_base.h"
+#include "core/abstract_base.h"
 #include "value/value.h"
 
 namespace zp {

@@ -5,7 +5,7 @@
 #include <vector>
 #include <string>
 
-#include "loader/abstract_base.h"
+#include "core/abstract_base.h"
 #include "value/value.h"
 
 namespace cmdline {

@@ -5,7 +5,7 @@
 #include <map>
 #include <string>
 
-#include "loader/abstract_base.h"
+#include "core/abstract_base.h"
 #include "sync/mutex.h"
 
 namespace zp {

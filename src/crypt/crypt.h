@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "loader/abstract_base.h"
+#include "core/abstract_base.h"
 
 namespace zp {
 

@@ -8,7 +8,8 @@
 
 namespace zp {
 
-// The root's logger, or null before start-up and after shut-down.
+// The root's logger, or null before start-up and after shut-down. Both are defined with the
+// root, in zephra_init.cpp.
 Abstract_Logger* root_logger();
 // Current local time as "%m%d-%H:%M:%S" from the root's Utils.
 const char* log_time();

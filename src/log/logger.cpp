@@ -6,15 +6,20 @@
 #include <cstring>
 #include <ctime>
 
+#include "core/testing_hooks.h"
 #include "utils/c_text.h"
 #include "utils/utils.h"
 
 namespace zp {
 
-Logger::Sink& Logger::sink() {
-    static Sink s;
+namespace testing_hooks {
+
+LogSink& log_sink() {
+    static LogSink s;
     return s;
 }
+
+}  // namespace testing_hooks
 
 Logger::Logger(const char* path, Admin* owner)
     : Abstract_Logger(owner), path_(copy_text(path ? path : "")) {
@@ -74,14 +79,17 @@ void Logger::open_locked() {
 }
 
 void Logger::log(int level, const char* tag, const char* format, ...) {
-    Sink& s = sink();
-    if (s) {
+    testing_hooks::LogSink& sink = testing_hooks::log_sink();
+    if (sink) {
+        // A buffer of the caller's own: the shared one belongs to the lock, which the sink
+        // must not hold (it may log).
+        char line[sizeof line_];
         va_list ap;
         va_start(ap, format);
-        vsnprintf(line_, sizeof line_, format, ap);
+        vsnprintf(line, sizeof line, format, ap);
         va_end(ap);
-        const char* text = line_;
-        s(level, tag, text);
+        const char* text = line;
+        sink(level, tag, text);
         return;
     }
     if (level > level_) return;
@@ -91,7 +99,7 @@ void Logger::log(int level, const char* tag, const char* format, ...) {
     if (stream_ == nullptr) open_locked();
     va_list ap;
     va_start(ap, format);
-    // Longer lines are cut here and lose their line end; kept so.
+    // KEPT: a line longer than kLineMax (4095) characters is cut and loses its line end.
     vsnprintf(line_, sizeof line_, format, ap);
     va_end(ap);
     fputs(line_, stream_);

@@ -2,10 +2,9 @@
 // zp::Logger: one module's log file, written line by line in the framework's fixed format.
 
 #include <cstdio>
-#include <functional>
 #include <string>
 
-#include "loader/abstract_base.h"
+#include "core/abstract_base.h"
 #include "sync/mutex.h"
 
 namespace zp {
@@ -39,10 +38,6 @@ class Abstract_Logger : public Abstract_Base {
 
 class Logger : public Abstract_Logger {
   public:
-    // A host may route every formatted line here instead of the file (empty by default).
-    using Sink = std::function<void(int& level, const char*& tag, const char*& text)>;
-    static Sink& sink();
-
     static constexpr int kLineMax = 4095;
 
     Logger(const char* path, Admin* owner);

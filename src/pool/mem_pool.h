@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <cstdio>
 
-#include "loader/abstract_base.h"
+#include "core/abstract_base.h"
 
 namespace zp {
 

@@ -9,7 +9,7 @@
 #include <map>
 #include <string>
 
-#include "loader/abstract_base.h"
+#include "core/abstract_base.h"
 #include "sync/read_write_mutex.h"
 #include "value/value.h"
 

@@ -1,6 +1,5 @@
 // Thread ids on Windows.
-#include <windows.h>
-
+#include "core/win32_support.h"
 #include "sync/thread_id.h"
 
 namespace zp {

@@ -3,7 +3,6 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <mutex>
 
 #include "sync/thread_id.h"
 #include "utils/c_text.h"
@@ -20,17 +19,7 @@ const char kIndent[] =
     "|   |   |   |   |   |   |   |   |   |   |   |   |   |   |   |   |   |   |   |   ";
 const int kIndentLen = static_cast<int>(strlen(kIndent));
 
-std::mutex& sink_lock() {
-    static std::mutex m;
-    return m;
-}
-
 }  // namespace
-
-Func_Tracer::Sink& Func_Tracer::sink() {
-    static Sink s;
-    return s;
-}
 
 Func_Tracer::Func_Tracer(const char* path, const char* name, Admin* owner)
     : Abstract_FTracer(owner),
@@ -76,7 +65,7 @@ int64_t Func_Tracer::enter(const char* text, const char* file, int line, int /*r
         int n = prefix_locked();
         snprintf(line_ + n, sizeof(line_) - n, "|__[%d]%s %s\n", line, file ? file : "",
                  text ? text : "");
-        emit_locked(line);
+        emit_locked();
     }
     // Read after the write so that the scope's time excludes its own entry line.
     return utils_.now_ns(1);
@@ -89,7 +78,7 @@ void Func_Tracer::leave(int line, int64_t start) {
     if (stream_ == nullptr) return;
     int n = prefix_locked();
     snprintf(line_ + n, sizeof(line_) - n, "|__[%d]@ (%.3lfus)\n", line, elapsed);
-    emit_locked(line);
+    emit_locked();
     --depth_;
 }
 
@@ -119,12 +108,7 @@ int Func_Tracer::prefix_locked() {
     return n;
 }
 
-void Func_Tracer::emit_locked(int line) {
-    if (sink()) {
-        std::lock_guard<std::mutex> g(sink_lock());
-        sink()(line_, name_, line);
-        return;
-    }
+void Func_Tracer::emit_locked() {
     fputs(line_, stream_);
     fflush(stream_);
 }

@@ -4,10 +4,9 @@
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
-#include <functional>
 #include <string>
 
-#include "loader/abstract_base.h"
+#include "core/abstract_base.h"
 #include "log/log.h"
 #include "sync/mutex.h"
 #include "utils/utils.h"
@@ -31,11 +30,6 @@ class Abstract_FTracer : public Abstract_Base {
 
 class Func_Tracer : public Abstract_FTracer {
   public:
-    // A host may take every formatted trace line instead of the file (empty by default).
-    // Called with (line text, module name, source line) under a process-wide lock.
-    using Sink = std::function<void(const char* text, const char* module, int line)>;
-    static Sink& sink();
-
     static constexpr int kLineSize = 512;
     static constexpr int kIndentMax = 160;
 
@@ -58,7 +52,7 @@ class Func_Tracer : public Abstract_FTracer {
     void open_locked();
     // Thread id and indent for the current depth; returns the length written into line_.
     int prefix_locked();
-    void emit_locked(int line);
+    void emit_locked();
 
     // A private toolbox for the clock and the file: the root's closing scope is left after
     // the root's own Utils is gone.

@@ -1,7 +1,7 @@
 // Interruption requests on Windows: a console control handler that only records the event.
 #include "utils/interrupt.h"
 
-#include <windows.h>
+#include "core/win32_support.h"
 
 namespace zp {
 

@@ -16,7 +16,7 @@ int reg_delete(const char* path, const char* name);
 
 namespace reg_detail {
 
-// The failure lines, shared by every platform (they name the narrow calls on purpose).
+// The failure lines, shared by every platform. KEPT: they name the narrow calls on purpose.
 void report_open(const char* path);
 void report_query(const char* name);
 void report_create(const char* path);

@@ -1,37 +1,15 @@
 // Registry values under HKEY_CURRENT_USER through the wide registry calls.
-#include <windows.h>
-
 #include <cstring>
 #include <string>
 #include <vector>
 
+#include "core/win32_support.h"
 #include "utils/registry.h"
 
 namespace zp {
 
-namespace {
-
-std::wstring wide(const char* s) {
-    if (s == nullptr || *s == '\0') return std::wstring();
-    const int len = static_cast<int>(strlen(s));
-    const int n = MultiByteToWideChar(CP_UTF8, 0, s, len, nullptr, 0);
-    if (n <= 0) return std::wstring();
-    std::wstring w(static_cast<size_t>(n), L'\0');
-    MultiByteToWideChar(CP_UTF8, 0, s, len, &w[0], n);
-    return w;
-}
-
-std::string narrow(const wchar_t* w) {
-    const int len = static_cast<int>(wcslen(w));
-    if (len == 0) return std::string();
-    const int n = WideCharToMultiByte(CP_UTF8, 0, w, len, nullptr, 0, nullptr, nullptr);
-    if (n <= 0) return std::string();
-    std::string s(static_cast<size_t>(n), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, w, len, &s[0], n, nullptr, nullptr);
-    return s;
-}
-
-}  // namespace
+using win32::narrow;
+using win32::wide;
 
 int reg_get(const char* path, const char* name, char* buf, int capacity) {
     if (buf != nullptr && capacity > 0) memset(buf, 0, static_cast<size_t>(capacity));

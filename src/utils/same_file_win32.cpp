@@ -1,42 +1,24 @@
 // zp::same_file on Windows: volume serial number and file index of the opened files.
 #include "utils/same_file.h"
 
-#include <windows.h>
-
 #include <string>
+
+#include "core/win32_support.h"
 
 namespace zp {
 
 namespace {
 
-// UTF-8, or a name as the process received it in the ANSI code page.
-std::wstring Wide(const char* path) {
-    UINT page = CP_UTF8;
-    DWORD flags = MB_ERR_INVALID_CHARS;
-    int n = MultiByteToWideChar(page, flags, path, -1, nullptr, 0);
-    if (n <= 0) {
-        page = CP_ACP;
-        flags = 0;
-        n = MultiByteToWideChar(page, flags, path, -1, nullptr, 0);
-    }
-    if (n <= 0) return std::wstring();
-    std::wstring out(static_cast<size_t>(n), L'\0');
-    MultiByteToWideChar(page, flags, path, -1, &out[0], n);
-    out.resize(static_cast<size_t>(n - 1));
-    return out;
-}
-
-// Opened for no access at all, sharing everything, so files in use by others still answer;
-// backup semantics let a directory open too.
+// The name is UTF-8, or as the process received it in the ANSI code page. Opened for no access
+// at all, sharing everything, so files in use by others still answer; backup semantics let a
+// directory open too.
 bool Identify(const char* path, BY_HANDLE_FILE_INFORMATION* info) {
-    const std::wstring wide = Wide(path);
+    const std::wstring wide = win32::wide_or_ansi(path);
     if (wide.empty()) return false;
-    HANDLE h = CreateFileW(wide.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                           nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
-    if (h == INVALID_HANDLE_VALUE) return false;
-    const BOOL ok = GetFileInformationByHandle(h, info);
-    CloseHandle(h);
-    return ok != FALSE;
+    const win32::HandleGuard h(
+        CreateFileW(wide.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                    nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+    return h.valid() && GetFileInformationByHandle(h.get(), info) != FALSE;
 }
 
 }  // namespace

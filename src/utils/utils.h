@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "loader/abstract_base.h"
+#include "core/abstract_base.h"
 #include "utils/native_string.h"
 
 namespace zp {

@@ -57,7 +57,9 @@ std::atomic<bool> g_hook_armed{false};
 }  // namespace
 
 const char* Utils::now_str(const char* pattern) {
-    // The buffer is picked before the lock on purpose; two racing callers may share one.
+    // KEPT: the text lives in one of eight shared buffers, reused in turn, so it is overwritten
+    // eight calls later; the buffer is picked before the lock, so two racing callers may share
+    // one.
     char* buf = g_ring[g_ring_index.load(std::memory_order_relaxed)];
     MutexGuard guard(ring_lock());
     g_ring_index.store((g_ring_index.load(std::memory_order_relaxed) + 1) % kRingSize,
@@ -87,7 +89,7 @@ int64_t Utils::now_us(int clock) {
 }
 
 int64_t Utils::now_ns(int clock) {
-    // The system clock's raw 100-ns ticks are returned unscaled: callers rely on that unit.
+    // KEPT: the system clock's raw 100-ns ticks are returned unscaled; callers rely on that unit.
     if (clock != 1) return sys::system_ticks();
     int64_t seconds = 0, nanos = 0;
     anchored_time(&seconds, &nanos);

@@ -1,5 +1,6 @@
 // zp::Utils on Windows: wide and narrow file calls, Find*File walks, code pages, timers, shell.
-#include <windows.h>
+#include "core/win32_support.h"
+
 #include <shellapi.h>
 
 #include <direct.h>
@@ -22,32 +23,11 @@
 
 namespace zp {
 
+using win32::decode;
+using win32::encode;
+using win32::wide;
+
 namespace {
-
-std::wstring decode(const std::string& s, UINT code_page) {
-    if (s.empty()) return std::wstring();
-    const int n =
-        MultiByteToWideChar(code_page, 0, s.data(), static_cast<int>(s.size()), nullptr, 0);
-    if (n <= 0) return std::wstring();
-    std::wstring w(static_cast<size_t>(n), L'\0');
-    MultiByteToWideChar(code_page, 0, s.data(), static_cast<int>(s.size()), &w[0], n);
-    return w;
-}
-
-std::string encode(const std::wstring& w, UINT code_page) {
-    if (w.empty()) return std::string();
-    const int n = WideCharToMultiByte(code_page, 0, w.data(), static_cast<int>(w.size()), nullptr,
-                                      0, nullptr, nullptr);
-    if (n <= 0) return std::string();
-    std::string s(static_cast<size_t>(n), '\0');
-    WideCharToMultiByte(code_page, 0, w.data(), static_cast<int>(w.size()), &s[0], n, nullptr,
-                        nullptr);
-    return s;
-}
-
-std::wstring wide_path(const char* path) {
-    return decode(path != nullptr ? path : "", CP_UTF8);
-}
 
 std::string env_dir(const char* name) {
     const char* v = getenv(name);
@@ -122,7 +102,7 @@ char native_separator() {
 
 bool make_one_dir(const char* path) {
     if (path == nullptr) return false;
-    if (_wmkdir(wide_path(path).c_str()) == 0) return true;
+    if (_wmkdir(wide(path).c_str()) == 0) return true;
     return _mkdir(path) == 0;
 }
 
@@ -135,14 +115,14 @@ bool opens_as_dir(const char* path) {
     size_t converted = 0;
     if (mbstowcs_s(&converted, buf, 261, path, _TRUNCATE) == 0 && opens_for_listing(buf))
         return true;
-    const std::wstring w = wide_path(path);
+    const std::wstring w = wide(path);
     return !w.empty() && opens_for_listing(w.c_str());
 }
 
 bool stat_path(const char* path, FileStat* out) {
     if (path == nullptr) return false;
     struct _stat64 st;
-    if (_wstat64(wide_path(path).c_str(), &st) != 0 && _stat64(path, &st) != 0) return false;
+    if (_wstat64(wide(path).c_str(), &st) != 0 && _stat64(path, &st) != 0) return false;
     fill_stat(st, out);
     return true;
 }
@@ -202,19 +182,19 @@ char* tokenize(char* s, const char* delims, char** context) {
 
 FILE* Utils::open_file(const char* path, const char* mode) {
     if (path == nullptr || mode == nullptr) return nullptr;
-    FILE* f = _wfopen(wide_path(path).c_str(), wide_path(mode).c_str());
+    FILE* f = _wfopen(wide(path).c_str(), wide(mode).c_str());
     return f != nullptr ? f : fopen(path, mode);
 }
 
 int Utils::remove_file(const char* path) {
     if (path == nullptr) return -1;
     const int r = remove(path);
-    return r == 0 ? r : _wremove(wide_path(path).c_str());
+    return r == 0 ? r : _wremove(wide(path).c_str());
 }
 
 int Utils::rename_file(const char* from, const char* to) {
     if (from == nullptr || to == nullptr) return -1;
-    const int r = _wrename(wide_path(from).c_str(), wide_path(to).c_str());
+    const int r = _wrename(wide(from).c_str(), wide(to).c_str());
     return r == 0 ? r : rename(from, to);
 }
 
@@ -227,7 +207,7 @@ bool Utils::remove_dir(const char* path) {
     // A directory that is not there counts as removed.
     if (!is_dir(path)) return true;
     if (_rmdir(path) == 0) return true;
-    return _wrmdir(wide_path(path).c_str()) == 0;
+    return _wrmdir(wide(path).c_str()) == 0;
 }
 
 bool Utils::is_dir(const char* path) {
@@ -236,7 +216,7 @@ bool Utils::is_dir(const char* path) {
 
 bool Utils::walk_dir(const char* path, const WalkVisitor& visitor, bool recursive) {
     if (path == nullptr || !visitor) return false;
-    return walk(wide_path(path), visitor, recursive);
+    return walk(wide(path), visitor, recursive);
 }
 
 bool Utils::is_dir_writable(const char* dir, const char* name) {
@@ -245,7 +225,7 @@ bool Utils::is_dir_writable(const char* dir, const char* name) {
     FILE* f = open_file(path.c_str(), "wt");
     if (f == nullptr) return false;
     fclose(f);
-    if (remove(path.c_str()) != 0) _wremove(wide_path(path.c_str()).c_str());
+    if (remove(path.c_str()) != 0) _wremove(wide(path.c_str()).c_str());
     return true;
 }
 
@@ -256,7 +236,7 @@ std::string Utils::temp_dir() {
 void Utils::show_in_folder(const char* path) {
     if (path == nullptr) return;
     const std::string params = format("/select, \"%s\"", normalize_path(path).c_str());
-    ShellExecuteW(nullptr, L"open", L"explorer.exe", wide_path(params.c_str()).c_str(), nullptr, 1);
+    ShellExecuteW(nullptr, L"open", L"explorer.exe", wide(params.c_str()).c_str(), nullptr, 1);
 }
 
 // ---- encodings: 65001 is UTF-8, 0 the ANSI code page
@@ -305,13 +285,12 @@ int Utils::sleep_ms(int n) {
 
 int Utils::sleep_us(int64_t n) {
     if (n < 0) return 0;
-    HANDLE timer = CreateWaitableTimerW(nullptr, TRUE, nullptr);
-    if (timer == nullptr) return 0;
+    const win32::HandleGuard timer(CreateWaitableTimerW(nullptr, TRUE, nullptr));
+    if (!timer.valid()) return 0;
     LARGE_INTEGER due;
     due.QuadPart = -(n < INT64_MAX / 10 ? n * 10 : INT64_MAX);  // relative, in 100-ns units
-    if (SetWaitableTimer(timer, &due, 0, nullptr, nullptr, FALSE))
-        WaitForSingleObject(timer, INFINITE);
-    CloseHandle(timer);
+    if (SetWaitableTimer(timer.get(), &due, 0, nullptr, nullptr, FALSE))
+        WaitForSingleObject(timer.get(), INFINITE);
     return 0;
 }
 

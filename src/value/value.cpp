@@ -13,11 +13,13 @@
 #include <type_traits>
 #include <utility>
 
+#include "core/testing_hooks.h"
+
 namespace zp {
 
 namespace {
 
-Value::AllocFn g_alloc = &std::malloc;
+testing_hooks::AllocFn g_alloc = &std::malloc;
 
 std::string format(const char* fmt, ...)
 #if defined(__GNUC__)
@@ -72,9 +74,13 @@ int framed_length(const std::string& tag, size_t colon) {
 
 }  // namespace
 
-void Value::set_allocator(AllocFn fn) {
+namespace testing_hooks {
+
+void set_value_allocator(AllocFn fn) {
     g_alloc = fn ? fn : &std::malloc;
 }
+
+}  // namespace testing_hooks
 
 Value::Value() {
     clear_scalar();
@@ -403,7 +409,7 @@ void Value::read_framed(const std::string& tag, const char* rest, ValueKind kind
     if (count > 0) own_payload(rest, count);
 }
 
-// The length counts from the code on while the writer counts only the text, so a written
+// KEPT: the length counts from the code on while the writer counts only the text, so a written
 // error loses as many trailing bytes as its code and comma take. Readers rely on that.
 void Value::read_error(const std::string& tag, const char* rest) {
     kind_ = kValueError;

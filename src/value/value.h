@@ -94,10 +94,6 @@ class Value {
     uint8_t flag(int index) const;
     void set_flag(int index, uint8_t v);
 
-    // Allocation used for payload copies; replaceable so that out-of-memory can be tested.
-    using AllocFn = void* (*)(size_t);
-    static void set_allocator(AllocFn fn);
-
   private:
     void free_payload();
     void clear_scalar();

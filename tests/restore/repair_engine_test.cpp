@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "core/testing_hooks.h"
 #include "restore/ffmpeg_compat.h"
 #include "data/data_auth.h"
 #include "loader/admin.h"
@@ -98,7 +99,7 @@ TEST(RepairEngineTest, TimestampsRoundToTheNearestAndSeeksAreDebugLines) {
     testing::internal::CaptureStderr();
     zp::InitFramework(1, argv);
     std::vector<std::string> debug;
-    zp::Logger::sink() = [&](int& level, const char*&, const char*& text) {
+    zp::testing_hooks::log_sink() = [&](int& level, const char*&, const char*& text) {
         if (level == zp::kLogDebug) debug.push_back(text);
     };
     kinefix_test::write_file(dir / "data.bin", std::string(200, 'd'));
@@ -111,7 +112,7 @@ TEST(RepairEngineTest, TimestampsRoundToTheNearestAndSeeksAreDebugLines) {
     RepairEngine().Run((dir / "data.bin").c_str(), (dir / "index.idx").c_str(),
                        (dir / "out.mkv").c_str());
     testing::internal::GetCapturedStdout();
-    zp::Logger::sink() = nullptr;
+    zp::testing_hooks::log_sink() = nullptr;
     std::unique_ptr<zp::DataAuth> left(zp::ppCD->data_auth);
     zp::ShutdownFramework();
     testing::internal::GetCapturedStderr();

@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
+#include "core/testing_hooks.h"
 #include "data/data_auth.h"
 #include "loader/admin.h"
-#include "log/logger.h"
 #include "support/test_support.h"
 #include "zephra_init.h"
 
@@ -63,7 +63,7 @@ TEST(App, SettersAreLoggedAtDebugLevel) {
     testing::internal::CaptureStderr();
     zp::InitFramework(1, argv);
     std::vector<std::string> lines;
-    zp::Logger::sink() = [&](int& level, const char*& tag, const char*& text) {
+    zp::testing_hooks::log_sink() = [&](int& level, const char*& tag, const char*& text) {
         lines.push_back(std::to_string(level) + "|" + tag + "|" + text);
     };
     {
@@ -76,7 +76,7 @@ TEST(App, SettersAreLoggedAtDebugLevel) {
         app.set_describe("d");
         EXPECT_STREQ(app.release(), "");
     }
-    zp::Logger::sink() = nullptr;
+    zp::testing_hooks::log_sink() = nullptr;
     // The root leaves its data_auth view to the process exit; freed here for the leak checker.
     std::unique_ptr<zp::DataAuth> left(zp::ppCD->data_auth);
     zp::ShutdownFramework();

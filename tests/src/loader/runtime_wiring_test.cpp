@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "core/testing_hooks.h"
 #include "channel/channel.h"
 #include "loader/admin.h"
 #include "log/logger.h"
@@ -68,13 +69,13 @@ TEST(RuntimeWiringTest, RootHoldsTheRuntimeComponentsAndUninitAbortsItsChannels)
     work.channel = &own;
     zp::modules()["Work"] = &work;
     std::vector<std::string> said;  // the quoted message of each error-level line
-    zp::Logger::sink() = [&](int& level, const char*&, const char*& text) {
+    zp::testing_hooks::log_sink() = [&](int& level, const char*&, const char*& text) {
         std::cmatch m;
         if (level == zp::kLogError && std::regex_search(text, m, std::regex(R"re(: "(.*)"\n$)re")))
             said.push_back(m[1]);
     };
     root->uninit();
-    zp::Logger::sink() = nullptr;
+    zp::testing_hooks::log_sink() = nullptr;
     EXPECT_EQ(work.uninits, 1);
     EXPECT_TRUE(own.is_aborted()) << "a module's own channel is aborted too";
     EXPECT_EQ(said, (std::vector<std::string>{

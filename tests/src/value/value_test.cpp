@@ -8,6 +8,8 @@
 #include <functional>
 #include <string>
 
+#include "core/testing_hooks.h"
+
 namespace {
 
 using zp::Value;
@@ -120,9 +122,9 @@ TEST(ValueCopy, PayloadIsDuplicatedBlockIsShared) {
         q.set_int(1);
     }
     EXPECT_STREQ(block, "shared");
-    Value::set_allocator([](size_t) -> void* { return nullptr; });
+    zp::testing_hooks::set_value_allocator([](size_t) -> void* { return nullptr; });
     Value e(a);
-    Value::set_allocator(nullptr);
+    zp::testing_hooks::set_value_allocator(nullptr);
     EXPECT_EQ(e.kind(), zp::kValueNull) << "a failed copy gives null";
 }
 

@@ -1,0 +1,51 @@
+// Tests of start-up's waiting slots: a full table refuses a slot instead of writing past its end.
+
+#include "zephra_init.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <memory>
+#include <string>
+
+#include "data/data_auth.h"
+#include "loader/admin.h"
+#include "support/test_support.h"
+
+namespace {
+
+constexpr int kTableSize = 1024;
+
+// Static: slots left in the table may be served by any later start-up in this process.
+zp::Admin* g_slots[kTableSize + 2];
+
+TEST(AttachRoot, FullTableRefusesTheSlotAndServesTheOthers) {
+    ASSERT_EQ(zp::ppCD, nullptr);
+    testing::internal::CaptureStderr();
+    for (int i = 0; i < kTableSize; ++i) ASSERT_EQ(zp::AttachRoot(&g_slots[i]), 0) << i;
+    EXPECT_EQ(zp::AttachRoot(&g_slots[0]), 0) << "a queued slot is not queued again";
+    EXPECT_EQ(zp::AttachRoot(&g_slots[kTableSize]), -1);
+    EXPECT_EQ(zp::AttachRoot(&g_slots[kTableSize + 1]), -1);
+    const std::string err = testing::internal::GetCapturedStderr();
+    EXPECT_NE(err.find("can't wait for init: all 1024 slots taken\n"), std::string::npos) << err;
+
+    kinefix_test::TempDir home;
+    for (const auto& kv : kinefix_test::isolated_env(home))
+        setenv(kv.first.c_str(), kv.second.c_str(), 1);
+    const std::string prog = home / "zephra_init_test";
+    char* argv[] = {const_cast<char*>(prog.c_str()), nullptr};
+    testing::internal::CaptureStderr();
+    zp::InitFramework(1, argv);
+    zp::Admin* const root = zp::ppCD;
+    ASSERT_NE(root, nullptr);
+    EXPECT_EQ(g_slots[0], root);
+    EXPECT_EQ(g_slots[kTableSize - 1], root);
+    EXPECT_EQ(g_slots[kTableSize], nullptr);
+    EXPECT_EQ(g_slots[kTableSize + 1], nullptr);
+    // The root leaves its data_auth view to the process exit; freed here for the leak checker.
+    std::unique_ptr<zp::DataAuth> left(zp::ppCD->data_auth);
+    zp::ShutdownFramework();
+    testing::internal::GetCapturedStderr();
+}
+
+}  // namespace
