@@ -95,6 +95,12 @@ int main(int argc, char** argv) {
                 index.c_str());
         return 2;
     }
+    if (!o.reference.empty() && zp::same_file(o.reference.c_str(), index.c_str())) {
+        fprintf(stderr,
+                "kinefix-index: refusing to write the index over the reference recording: '%s'\n",
+                index.c_str());
+        return 2;
+    }
     const int max = restore::IndexWriter::MaxEntriesPerLine(o.version);
     if (o.per_line > max) {
         fprintf(stderr, "kinefix-index: note: %d entries per line capped to %d\n", o.per_line, max);

@@ -58,6 +58,11 @@ const IndexRow kRows[] = {
          write_file(c.recording, "");  // recorded over later, in place
          fs::create_hard_link(c.recording, c.index);
      }, 2, {"refusing to write the index over the recording itself"}, false},
+    {"IndexIsTheReferenceRecording", [](IndexCase& c) {
+         c.index = c.ws / "healthy.mp4";
+         write_file(c.index, kEarlierIndex);  // refused before anything is read
+         c.options = {"--reference", c.ws / "./healthy.mp4"};
+     }, 2, {"refusing to write the index over the reference recording"}, false},
     {"NoTrackKinefixRepairs", [](IndexCase& c) {
          c.plan.video_encoder = "mpeg4";
          c.plan.bframes = false;
