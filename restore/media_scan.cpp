@@ -26,16 +26,30 @@ bool MediaScan::Run(const std::string& damaged, const Progress& progress, const 
     report_ = report;
     skip_note_ = skipped;
     int64_t start = -1, end = 0;
+    if (!Prepare(damaged, &start, &end, error)) return false;
+    report->data_start = start;
+    report->data_end = end;
+    Walk(start, end, progress);
+    if (!held_audio_.empty()) PlaceAfterGap(limit_);
+    Flush();
+    report->attributed_bytes = attributed_;
+    report->duration = first_time_ >= 0 ? last_end_ - first_time_ : 0;
+    return true;
+}
+
+// The media data's bounds and the readers set up from the reference.
+bool MediaScan::Prepare(const std::string& damaged, int64_t* start, int64_t* end,
+                        std::string* error) {
     if (!window_.Open(damaged.c_str())) {
         *error = "cannot read '" + damaged + "'";
         return false;
     }
-    if (!FindMediaData(damaged, &start, &end)) {
+    if (!FindMediaData(damaged, start, end)) {
         // No intact box header before the media: start where the reference's media starts.
-        start = ref_.mdat_start;
-        end = window_.size();
+        *start = ref_.mdat_start;
+        *end = window_.size();
     }
-    if (start < 0 || start >= end) {
+    if (*start < 0 || *start >= *end) {
         *error = "no media data found in '" + damaged + "'";
         return false;
     }
@@ -45,11 +59,13 @@ bool MediaScan::Run(const std::string& damaged, const Progress& progress, const 
     if (ref_.audio.present && !ref_.audio.pcm && !aac_.Open(ref_.audio.stream, error)) return false;
     reader_.max_nal_size = std::max<int64_t>(ref_.video.max_sample * 16, int64_t{16} << 20);
     audio_time_ = ref_.audio.first_pts;
-    limit_ = end;
-    report->data_start = start;
-    report->data_end = end;
-    gap_from_ = start;
+    limit_ = *end;
+    gap_from_ = *start;
+    return true;
+}
 
+// One pass from start to end: video access units, audio runs between them, resync on damage.
+void MediaScan::Walk(int64_t start, int64_t end, const Progress& progress) {
     int64_t pos = start;
     int64_t next_progress = start;
     const int64_t step = std::max<int64_t>((end - start) / 100, 1);
@@ -78,11 +94,6 @@ bool MediaScan::Run(const std::string& damaged, const Progress& progress, const 
         const int64_t resume = Resync(pos);
         if (resume > pos) pos = resume;
     }
-    if (!held_audio_.empty()) PlaceAfterGap(limit_);
-    Flush();
-    report->attributed_bytes = attributed_;
-    report->duration = first_time_ >= 0 ? last_end_ - first_time_ : 0;
-    return true;
 }
 
 bool MediaScan::ReadVideo(int64_t pos, AccessUnit* unit) {

@@ -42,6 +42,8 @@ class MediaScan {
     const std::string& misfit() const { return reader_.foreign_parameter_set(); }
 
   private:
+    bool Prepare(const std::string& damaged, int64_t* start, int64_t* end, std::string* error);
+    void Walk(int64_t start, int64_t end, const Progress& progress);
     bool ReadVideo(int64_t pos, AccessUnit* unit);
     bool Continues(const PictureInfo& picture) const;
     void AddVideo(int64_t pos, const AccessUnit& unit);
