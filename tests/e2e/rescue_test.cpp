@@ -18,6 +18,7 @@ using namespace kinefix_test;
 
 enum class Damage { kMoovRenamed, kMoovCutOff, kMoovFrontZeroed, kZeros, kRandom, kCutMidSample };
 
+// A camera's settings; the length is given per recording.
 struct Settings {
     std::vector<std::string> encode;  // codec options after the inputs
     bool video = true;
@@ -26,19 +27,10 @@ struct Settings {
     std::string source = "testsrc";
 };
 
-// Empty on success, else ffmpeg's complaint.
 std::string Record(const std::string& path, const Settings& s, int seconds, const Workspace& ws) {
-    const std::string t = std::to_string(seconds);
-    std::vector<std::string> args = {"-v", "error", "-y", "-nostdin"};
-    if (s.video)
-        args.insert(args.end(),
-                    {"-f", "lavfi", "-i", s.source + "=size=" + s.size + ":rate=25:duration=" + t});
-    if (s.audio)
-        args.insert(args.end(), {"-f", "lavfi", "-i", "sine=sample_rate=48000:duration=" + t});
-    args.insert(args.end(), s.encode.begin(), s.encode.end());
-    args.push_back(path);
-    const RunResult r = run("ffmpeg", args, isolated_env(ws.dir()), ws.dir());
-    return r.exit_code == 0 ? std::string() : "ffmpeg: " + r.err;
+    const RecordingPlan plan{s.video, false, s.audio,  false,  double(seconds),
+                             "",      "",    s.encode, s.size, s.source};
+    return make_recording(path, plan, ws.dir());
 }
 
 // One packet of the original: where its bytes lie, and what framemd5 says of it.
@@ -178,14 +170,6 @@ void ExpectRescued(const Row& row, const std::vector<Placed>& original,
     }
 }
 
-std::string IndexToolLog(const Workspace& ws) {
-    std::string text;
-    std::error_code ec;
-    for (const auto& e : fs::directory_iterator(ws.dir().path() / "state/kinefix-index/log", ec))
-        if (e.path().extension() == ".log") text += read_file(e.path().string());
-    return text;
-}
-
 void RescueRow(const Row& row) {
     Workspace ws;
     const std::string reference = ws / ("reference" + row.ext);
@@ -203,7 +187,8 @@ void RescueRow(const Row& row) {
     EXPECT_NE(scan.err.find("kinefix-index: rescued: video "), std::string::npos) << scan.err;
     if (range.second > range.first) {
         EXPECT_NE(scan.err.find("skipped damaged data at offset"), std::string::npos) << scan.err;
-        EXPECT_NE(IndexToolLog(ws).find("skipped damaged data at offset"), std::string::npos);
+        EXPECT_NE(ws.log("kinefix-index").find("skipped damaged data at offset"),
+                  std::string::npos);
     }
     const std::string output = ws / ("repaired" + row.ext);
     const RunResult repair = ws.kinefix({damaged, index, output});

@@ -131,8 +131,7 @@ TEST(SafetyTest, TwoRepairsIntoOneOutputNeverMixTheirBytes) {
     size_t packets = 0;
     for (const auto& [stream, list] : whole.streams) packets += list.size();
     EXPECT_EQ(packets, rep.lines);
-    for (const auto& e : fs::directory_iterator(rep.ws.dir().path()))
-        EXPECT_EQ(e.path().filename().string().find(".kinefix-"), std::string::npos) << e.path();
+    expect_no_scratch_files(rep.ws.dir().path());
 }
 
 TEST(SafetyTest, AnIndexHandedOverAsAPipeIsRefusedWithoutReading) {

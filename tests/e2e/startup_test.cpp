@@ -86,18 +86,19 @@ TEST(StartupTest, WithoutAnyUsableCandidateNothingIsWrittenAndTheLogGoesToStanda
                             {{"TMPDIR", home / "tmp/"}}, home);
     EXPECT_EQ(r.exit_code, 0);
     EXPECT_NE(r.err.find("\"Done!\""), std::string::npos) << r.err;
-    if (!root_had_conf) EXPECT_FALSE(fs::exists("/conf") || fs::exists("/log"));
+    EXPECT_FALSE(!root_had_conf && (fs::exists("/conf") || fs::exists("/log")));
     size_t entries = 0;
-    for (const auto& e : fs::recursive_directory_iterator(home.path())) entries += !e.is_directory();
+    for (const auto& e : fs::recursive_directory_iterator(home.path()))
+        entries += !e.is_directory();
     EXPECT_EQ(entries, 1u) << "only the blocking file";
 }
 
 TEST(StartupTest, TheLastCandidateIsAPerUserTemporaryDirectory) {
     TempDir home;
-    const RunResult r =
-        run("bash", {"-c", "unset HOME XDG_STATE_HOME XDG_CONFIG_HOME; exec \"$0\" a b",
-                     bin_dir() + "/kinefix"},
-            {{"TMPDIR", home.str()}}, home);
+    const RunResult r = run("bash",
+                            {"-c", "unset HOME XDG_STATE_HOME XDG_CONFIG_HOME; exec \"$0\" a b",
+                             bin_dir() + "/kinefix"},
+                            {{"TMPDIR", home.str()}}, home);
     const std::string dir = home / ("kinefix-" + std::to_string(getuid()));
     EXPECT_NE(r.err.find("[Zephra] config dir = " + dir), std::string::npos) << r.err;
     EXPECT_TRUE(fs::exists(dir + "/conf/Admin.conf"));

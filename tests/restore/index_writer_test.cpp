@@ -5,6 +5,7 @@
 #include <cstring>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "restore/index_writer.h"
@@ -122,15 +123,11 @@ TEST(IndexWriterTest, TheReaderGivesBackWhatWasWritten) {
             std::vector<std::string> lines;
             const std::vector<IndexPacket> back = ReadBack(dir / "a.idx", &lines);
             ASSERT_EQ(back.size(), packets.size());
-            for (size_t i = 0; i < packets.size(); ++i) {
-                SCOPED_TRACE("packet " + std::to_string(i));
-                EXPECT_EQ(back[i].pos, packets[i].pos);
-                EXPECT_EQ(back[i].size, packets[i].size);
-                EXPECT_EQ(back[i].pts, packets[i].pts);
-                EXPECT_EQ(back[i].dts, packets[i].dts);
-                EXPECT_EQ(back[i].duration, packets[i].duration);
-                EXPECT_EQ(back[i].key, packets[i].key);
-            }
+            const auto fields = [](const IndexPacket& p) {
+                return std::make_tuple(p.stream, p.pos, p.size, p.pts, p.dts, p.duration, p.key);
+            };
+            for (size_t i = 0; i < packets.size(); ++i)
+                ASSERT_EQ(fields(back[i]), fields(packets[i])) << "packet " << i;
             const size_t most = static_cast<size_t>(IndexWriter::MaxEntriesPerLine(version));
             EXPECT_EQ(lines.size(), (packets.size() + std::min<size_t>(per_line, most) - 1) /
                                         std::min<size_t>(per_line, most));

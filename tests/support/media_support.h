@@ -16,7 +16,7 @@
 
 namespace kinefix_test {
 
-// What to record from lavfi's test sources: 320x240 video at 25 fps and/or 48 kHz audio.
+// What to record from lavfi's test sources: video at 25 fps and/or 48 kHz audio.
 struct RecordingPlan {
     bool video = true;
     bool bframes = true;
@@ -25,6 +25,9 @@ struct RecordingPlan {
     double seconds = 2.0;
     std::string video_encoder = "libx264";  // or libx265
     std::string audio_encoder = "aac";      // pcm_s16le, libmp3lame, libopus, ac3...
+    std::vector<std::string> encode = {};   // codec options of their own instead of the above
+    std::string size = "320x240";
+    std::string source = "testsrc";
 };
 
 // Empty on success, else ffmpeg's complaint.
@@ -33,16 +36,18 @@ inline std::string make_recording(const std::string& path, const RecordingPlan& 
     const std::string t = std::to_string(plan.seconds);
     std::vector<std::string> args = {"-v", "error", "-y", "-nostdin"};
     if (plan.video)
-        args.insert(args.end(),
-                    {"-f", "lavfi", "-i", "testsrc=size=320x240:rate=25:duration=" + t});
+        args.insert(args.end(), {"-f", "lavfi", "-i",
+                                 plan.source + "=size=" + plan.size + ":rate=25:duration=" + t});
     if (plan.audio)
         args.insert(args.end(), {"-f", "lavfi", "-i", "sine=sample_rate=48000:duration=" + t});
-    if (plan.video)
+    args.insert(args.end(), plan.encode.begin(), plan.encode.end());
+    if (plan.video && plan.encode.empty())
         args.insert(args.end(), {"-c:v", plan.video_encoder, "-preset", "ultrafast", "-bf",
                                  plan.bframes ? "2" : "0", "-g", "25", "-pix_fmt", "yuv420p"});
-    if (plan.video_encoder == "libx265")
+    if (plan.video_encoder == "libx265" && plan.encode.empty())
         args.insert(args.end(), {"-x265-params", "log-level=error", "-tag:v", "hvc1"});
-    if (plan.audio) args.insert(args.end(), {"-c:a", plan.audio_encoder, "-b:a", "64k"});
+    if (plan.audio && plan.encode.empty())
+        args.insert(args.end(), {"-c:a", plan.audio_encoder, "-b:a", "64k"});
     if (plan.faststart) args.insert(args.end(), {"-movflags", "+faststart"});
     args.push_back(path);
     const RunResult r = run("ffmpeg", args, isolated_env(scratch), scratch);
@@ -113,6 +118,21 @@ inline std::string decode_errors(const std::string& path, const TempDir& scratch
     return r.exit_code != 0 ? "exit " + std::to_string(r.exit_code) + ": " + r.err : r.err;
 }
 
+// What one program wrote to its log files in a scratch home.
+inline std::string program_log(const TempDir& home, const std::string& program = "kinefix") {
+    std::string text;
+    std::error_code ec;
+    for (const auto& e : fs::directory_iterator(home.path() / "state" / program / "log", ec))
+        if (e.path().extension() == ".log") text += read_file(e.path().string());
+    return text;
+}
+
+// No scratch file of an unfinished write stays anywhere below `dir`.
+inline void expect_no_scratch_files(const fs::path& dir) {
+    for (const auto& e : fs::recursive_directory_iterator(dir))
+        EXPECT_EQ(e.path().filename().string().find(".kinefix-"), std::string::npos) << e.path();
+}
+
 // A scratch home for runs of kinefix and its tools, with the log they write there.
 class Workspace {
   public:
@@ -124,12 +144,8 @@ class Workspace {
     }
     RunResult kinefix(const std::vector<std::string>& args) const { return tool("kinefix", args); }
 
-    std::string log() const {
-        std::string text;
-        std::error_code ec;
-        for (const auto& e : fs::directory_iterator(dir_.path() / "state/kinefix/log", ec))
-            if (e.path().extension() == ".log") text += read_file(e.path().string());
-        return text;
+    std::string log(const std::string& program = "kinefix") const {
+        return program_log(dir_, program);
     }
 
     // Records and indexes a recording: its path, or "" with a test failure.
