@@ -156,6 +156,8 @@ class Workspace {
         const std::string error = make_recording(path, plan, dir_);
         index_options.insert(index_options.end(), {path, index_path});
         const RunResult r = error.empty() ? tool("kinefix-index", index_options) : RunResult{};
+        // A recording as the ffmpeg tool writes it is indexed without a warning.
+        EXPECT_EQ(r.err.find("warning"), std::string::npos) << r.err;
         if (r.exit_code == 0) return path;
         ADD_FAILURE() << error << r.err;
         return std::string();
