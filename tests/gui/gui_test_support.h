@@ -1,9 +1,12 @@
 #pragma once
-// Helpers of the front end's tests: real damaged recordings with their indexes, fake console
-// programs that speak the stdout contract on cue, and packet comparison without GoogleTest.
+// Helpers of the front end's tests: real damaged recordings with their indexes, scripted
+// console programs that speak the stdout contract on cue, and packet comparison without
+// GoogleTest.
 
+#include <QDir>
 #include <QFile>
 #include <QString>
+#include <algorithm>
 
 #include "support/media_support.h"
 
@@ -30,26 +33,23 @@ inline QString makeDamaged(const TempDir& dir, const std::string& name,
 }
 
 // Empty when `repaired` holds the packets of `original`, MD5 for MD5, stream by stream, in
-// order (a constant time shift allowed); else the first difference. `prefix` accepts a
-// repaired file that holds only the first packets of each stream, at least one.
+// order (a constant time shift allowed); else the first difference. `prefix` compares only as
+// many packets as the shorter stream has, at least one: a partial copy, or one of a repeated
+// recording, begins with the original.
 inline QString packetDifference(const FrameReport& original, const FrameReport& repaired,
                                 bool prefix = false) {
     if (!original.ok || !repaired.ok)
         return QString::fromStdString("framemd5 failed: " + original.error + repaired.error);
     if (original.streams.size() != repaired.streams.size())
-        return QStringLiteral("stream count %1 != %2")
-            .arg(repaired.streams.size())
-            .arg(original.streams.size());
+        return QString::asprintf("stream count %zu != %zu", repaired.streams.size(),
+                                 original.streams.size());
     for (const auto& [index, packets] : original.streams) {
         const auto& got = repaired.streams.at(index);
-        const bool count_ok =
-            prefix ? !got.empty() && got.size() <= packets.size() : got.size() == packets.size();
+        const bool count_ok = prefix ? !got.empty() : got.size() == packets.size();
         if (!count_ok)
-            return QStringLiteral("stream %1: %2 packets of %3")
-                .arg(index)
-                .arg(got.size())
-                .arg(packets.size());
-        for (size_t i = 0; i < got.size(); ++i)
+            return QString::asprintf("stream %d: %zu packets of %zu", index, got.size(),
+                                     packets.size());
+        for (size_t i = 0; i < std::min(got.size(), packets.size()); ++i)
             if (got[i].md5 != packets[i].md5)
                 return QStringLiteral("stream %1 packet %2 differs").arg(index).arg(i);
     }
@@ -62,13 +62,31 @@ inline size_t packetCount(const FrameReport& report) {
     return n;
 }
 
-// A shell script made executable, standing in for one of the console programs.
-inline bool writeScript(const QString& path, const QString& body) {
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) return false;
-    file.write(("#!/bin/sh\n" + body).toUtf8());
-    file.close();
-    return file.setPermissions(file.permissions() | QFileDevice::ExeOwner);
+// The packet comparison above for two files of `dir`.
+inline QString packetDifference(const TempDir& dir, const std::string& original,
+                                const std::string& repaired) {
+    return packetDifference(kinefix_test::frame_report(dir / original, dir),
+                            kinefix_test::frame_report(dir / repaired, dir));
+}
+
+inline QString at(const TempDir& dir, const std::string& name) {
+    return QString::fromStdString(dir / name);
+}
+
+// A tools folder in `dir` where `scripted` is a shell script running `body` and the other
+// programs are the built ones; empty when it could not be made.
+inline QString toolsWith(const TempDir& dir, const QString& scripted, const QString& body) {
+    const QString tools = at(dir, "tools");
+    QDir().mkpath(tools);
+    for (const QString name : {"kinefix", "kinefix-index", "kinefix-crypt"})
+        if (name != scripted)
+            QFile::link(QString::fromStdString(kinefix_test::bin_dir()) + "/" + name,
+                        tools + "/" + name);
+    const QString script = tools + "/" + scripted;
+    kinefix_test::write_file(script.toStdString(), "#!/bin/sh\n" + body.toStdString());
+    return QFile::setPermissions(script, QFile::permissions(script) | QFileDevice::ExeOwner)
+               ? tools
+               : QString();
 }
 
 }  // namespace kinefix_gui_test
