@@ -46,6 +46,32 @@ TEST(LoggerTest, LazyOpeningFiltersLineCutAndFallBack) {
     EXPECT_EQ(lines_of(testing::internal::GetCapturedStderr()).back(), "to stderr");
 }
 
+// The threads race to open the file and share the one line buffer; every line must come out
+// whole, and be on disk before the logger is closed.
+TEST(LoggerTest, ThreadsShareOneFileWithoutTornLines) {
+    TempDir dir;
+    const std::string path = dir / "a.log";
+    zp::Logger log(path.c_str(), nullptr);
+    constexpr int kThreads = 4, kLines = 250;
+    std::vector<std::string> expected;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        const std::string body(40, static_cast<char>('a' + t));
+        for (int i = 0; i < kLines; ++i) expected.push_back(body + " " + std::to_string(i));
+        threads.emplace_back([&log, body] {
+            for (int i = 0; i < kLines; ++i) log.log(2, "zp", "%s %d\n", body.c_str(), i);
+        });
+    }
+    for (auto& t : threads) t.join();
+    auto lines = lines_of(read_text(path));
+    ASSERT_FALSE(lines.empty());
+    EXPECT_TRUE(std::regex_match(lines[0], kSeparator)) << "one separator, first";
+    lines.erase(lines.begin());
+    std::sort(lines.begin(), lines.end());
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(lines, expected);
+}
+
 // Borrowed streams, one handed over while another thread writes: each line lands whole in one
 // of them, and neither swapping nor closing the logger closes them (a double fclose aborts).
 TEST(LoggerTest, BorrowedStreamsSwappedWhileAThreadWrites) {
