@@ -10,7 +10,7 @@
 
 #include "data/data_auth.h"
 #include "loader/admin.h"
-#include "support/test_support.h"
+#include "support/framework_support.h"
 
 namespace {
 
@@ -29,22 +29,16 @@ TEST(AttachRoot, FullTableRefusesTheSlotAndServesTheOthers) {
     const std::string err = testing::internal::GetCapturedStderr();
     EXPECT_NE(err.find("can't wait for init: all 1024 slots taken\n"), std::string::npos) << err;
 
-    kinefix_test::TempDir home;
-    for (const auto& kv : kinefix_test::isolated_env(home))
-        setenv(kv.first.c_str(), kv.second.c_str(), 1);
-    const std::string prog = home / "zephra_init_test";
-    char* argv[] = {const_cast<char*>(prog.c_str()), nullptr};
     testing::internal::CaptureStderr();
-    zp::InitFramework(1, argv);
-    zp::Admin* const root = zp::ppCD;
-    ASSERT_NE(root, nullptr);
-    EXPECT_EQ(g_slots[0], root);
-    EXPECT_EQ(g_slots[kTableSize - 1], root);
-    EXPECT_EQ(g_slots[kTableSize], nullptr);
-    EXPECT_EQ(g_slots[kTableSize + 1], nullptr);
-    // The root leaves its data_auth view to the process exit; freed here for the leak checker.
-    std::unique_ptr<zp::DataAuth> left(zp::ppCD->data_auth);
-    zp::ShutdownFramework();
+    {
+        kinefix_test::StartedFramework framework("zephra_init_test");
+        zp::Admin* const root = zp::ppCD;
+        ASSERT_NE(root, nullptr);
+        EXPECT_EQ(g_slots[0], root);
+        EXPECT_EQ(g_slots[kTableSize - 1], root);
+        EXPECT_EQ(g_slots[kTableSize], nullptr);
+        EXPECT_EQ(g_slots[kTableSize + 1], nullptr);
+    }
     testing::internal::GetCapturedStderr();
 }
 

@@ -121,4 +121,24 @@ inline std::map<std::string, std::string> isolated_env(const TempDir& home) {
             {"TMPDIR", home.str()}};
 }
 
+// Sets (or with null removes) an environment variable for the scope.
+class ScopedEnv {
+  public:
+    ScopedEnv(const char* name, const char* value)
+        : name_(name), had_(getenv(name) != nullptr), old_(had_ ? getenv(name) : "") {
+        set(name, value);
+    }
+    ~ScopedEnv() { set(name_.c_str(), had_ ? old_.c_str() : nullptr); }
+    ScopedEnv(const ScopedEnv&) = delete;
+    ScopedEnv& operator=(const ScopedEnv&) = delete;
+
+  private:
+    static void set(const char* name, const char* value) {
+        value != nullptr ? setenv(name, value, 1) : unsetenv(name);
+    }
+    std::string name_;
+    bool had_;
+    std::string old_;
+};
+
 }  // namespace kinefix_test

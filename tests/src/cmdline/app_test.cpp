@@ -13,7 +13,9 @@
 #include "core/testing_hooks.h"
 #include "data/data_auth.h"
 #include "loader/admin.h"
+#include "support/framework_support.h"
 #include "support/test_support.h"
+#include "support/value_support.h"
 #include "zephra_init.h"
 
 namespace {
@@ -30,9 +32,7 @@ TEST(App, RecordPrintsStartUpNamesAndData) {
     app.set_organization(app.default_organization());
     app.set_release("2026-11-23");
     app.set_describe("repairs videos");
-    Value v;
-    v.set_int(7);
-    app.set_data("runs", v);
+    app.set_data("runs", kinefix_test::int_value(7));
     kinefix_test::TempDir dir;
     const std::string path = dir / "app.txt";
     FILE* f = std::fopen(path.c_str(), "wb");
@@ -55,18 +55,13 @@ TEST(App, RecordPrintsStartUpNamesAndData) {
 
 // The setter lines go through the root's logger without any prefix.
 TEST(App, SettersAreLoggedAtDebugLevel) {
-    kinefix_test::TempDir home;
-    for (const auto& kv : kinefix_test::isolated_env(home))
-        setenv(kv.first.c_str(), kv.second.c_str(), 1);
-    const std::string prog = home / "app_test";
-    char* argv[] = {const_cast<char*>(prog.c_str()), nullptr};
-    testing::internal::CaptureStderr();
-    zp::InitFramework(1, argv);
     std::vector<std::string> lines;
-    zp::testing_hooks::log_sink() = [&](int& level, const char*& tag, const char*& text) {
-        lines.push_back(std::to_string(level) + "|" + tag + "|" + text);
-    };
+    testing::internal::CaptureStderr();
     {
+        kinefix_test::StartedFramework framework("app_test");
+        zp::testing_hooks::log_sink() = [&](int& level, const char*& tag, const char*& text) {
+            lines.push_back(std::to_string(level) + "|" + tag + "|" + text);
+        };
         zp::App app;
         app.set_name("kinefix");
         app.set_display("KF");
@@ -75,11 +70,8 @@ TEST(App, SettersAreLoggedAtDebugLevel) {
         app.set_organization("T");
         app.set_describe("d");
         EXPECT_STREQ(app.release(), "");
+        zp::testing_hooks::log_sink() = nullptr;
     }
-    zp::testing_hooks::log_sink() = nullptr;
-    // The root leaves its data_auth view to the process exit; freed here for the leak checker.
-    std::unique_ptr<zp::DataAuth> left(zp::ppCD->data_auth);
-    zp::ShutdownFramework();
     testing::internal::GetCapturedStderr();
     EXPECT_EQ(lines,
               (std::vector<std::string>{"5|zp|[App] name=kinefix\n", "5|zp|[App] display=KF\n",
@@ -89,13 +81,10 @@ TEST(App, SettersAreLoggedAtDebugLevel) {
 
 TEST(App, DataForwardsWithDefaultAndConversion) {
     zp::App app;
-    Value fallback;
-    fallback.set_int(-1);
+    const Value fallback = kinefix_test::int_value(-1);
     EXPECT_EQ(app.get_data("n", fallback, true).write(), "[i]-1");
     EXPECT_FALSE(app.remove_data("n"));
-    Value text;
-    text.set_string("[i]5");
-    EXPECT_TRUE(app.set_data("n", text, "me"));
+    EXPECT_TRUE(app.set_data("n", kinefix_test::value_of("[str:4][i]5"), "me"));
     EXPECT_TRUE(app.exist_data("n"));
     EXPECT_EQ(app.get_data("n", fallback, true).write(), "[i]5");
     EXPECT_EQ(app.get_data("n", fallback, false).write(), "[str:4][i]5");

@@ -8,22 +8,17 @@
 #include <vector>
 
 #include "cmdline/cmdline.h"
+#include "support/value_support.h"
 
 namespace {
 
 using zp::Value;
+constexpr auto val = kinefix_test::value_of;
 
 bool run(zp::Abstract_Argv& a, const std::vector<std::string>& args) {
     std::vector<const char*> argv;
     for (const std::string& s : args) argv.push_back(s.c_str());
     return a.parse(static_cast<int>(args.size()), argv.data());
-}
-
-// A value from its written text, e.g. "[i]3".
-Value val(const char* text) {
-    Value x;
-    x.read(text);
-    return x;
 }
 
 TEST(Argv, EveryKindRoundTripsThroughTheParser) {
@@ -48,7 +43,7 @@ TEST(Argv, EveryKindRoundTripsThroughTheParser) {
     EXPECT_THROW(a.get("i", val("[lld]0")), cmdline::cmdline_error);
 }
 
-TEST(Argv, LookupMessagesAndFallbacks) {
+TEST(Argv, LookupMessagesFallbacksAndAnEmptyInstance) {
     zp::Argv a;
     zp::Abstract_Argv* fresh = a.new_instance();
     a.add("count", 'c', "repeat", false, val("[i]3"));
@@ -67,16 +62,12 @@ TEST(Argv, LookupMessagesAndFallbacks) {
     EXPECT_EQ(not_given.as_int(), 42);  // the expected value, not the declared default
     EXPECT_EQ(other_kind.write(), "[v]000000000000001F");
     EXPECT_FALSE(a.exist("undeclared"));
+    // The new instance has nothing declared, so it parses nothing.
+    EXPECT_FALSE(run(*fresh, {"tool"}));
+    EXPECT_FALSE(fresh->exist("x"));
+    EXPECT_EQ(fresh->usage(), "");
     a.delete_instance(&fresh);
     EXPECT_EQ(fresh, nullptr);
-}
-
-TEST(Argv, NothingDeclaredParsesNothing) {
-    zp::Argv a;
-    EXPECT_FALSE(run(a, {"tool"}));
-    EXPECT_FALSE(a.exist("x"));
-    EXPECT_EQ(a.usage(), "");
-    EXPECT_TRUE(a.errors().empty());
 }
 
 TEST(Argv, UnknownKindDeclaresAFlag) {

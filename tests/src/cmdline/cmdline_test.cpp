@@ -70,20 +70,7 @@ TEST(CmdlineParse, ArgumentVectorsAgainstValuesAndErrors) {
     }
 }
 
-// Both fail before any argument is looked at.
-TEST(CmdlineParse, SharedShortCharAndEmptyVectorFailAtOnce) {
-    cmdline::parser p;
-    p.add_flag("one", 'o', "");
-    p.add_flag("other", 'o', "");
-    EXPECT_FALSE(run(p, {"t", "--one"}));
-    EXPECT_EQ(p.error_list(), Errors{"short option 'o' is ambiguous"});
-    EXPECT_FALSE(p.is_set("one"));
-    const char* none[] = {nullptr};
-    EXPECT_FALSE(p.parse(0, none));
-    EXPECT_EQ(p.error_list(), Errors{"argument number must be longer than 0"});
-}
-
-TEST(CmdlineDeclare, ErrorsAndStrictConversions) {
+TEST(CmdlineDeclare, ErrorsStrictConversionsAndParsesRefusedAtOnce) {
     cmdline::parser p;
     p.add_option<int>("count", 'c', "repeat", false, 3);
     const std::string before = p.usage_text();
@@ -103,6 +90,15 @@ TEST(CmdlineDeclare, ErrorsAndStrictConversions) {
     EXPECT_THROW(cmdline::default_reader<unsigned>()("-1"), std::bad_cast);
     EXPECT_THROW(cmdline::default_reader<float>()("1e39"), std::bad_cast);
     EXPECT_THROW(cmdline::default_reader<bool>()("true"), std::bad_cast);
+    // A shared short character and an empty vector fail before any argument is looked at.
+    p.add_flag("one", 'o', "");
+    p.add_flag("other", 'o', "");
+    EXPECT_FALSE(run(p, {"t", "--one"}));
+    EXPECT_EQ(p.error_list(), Errors{"short option 'o' is ambiguous"});
+    EXPECT_FALSE(p.is_set("one"));
+    const char* none[] = {nullptr};
+    EXPECT_FALSE(p.parse(0, none));
+    EXPECT_EQ(p.error_list(), Errors{"argument number must be longer than 0"});
 }
 
 TEST(CmdlineUsage, LabelsAndDescriptions) {

@@ -9,17 +9,14 @@
 #include <thread>
 #include <vector>
 
+#include "support/value_support.h"
+
 namespace {
 
+using kinefix_test::int_value;
 using zp::Value;
 
-Value int_value(int v) {
-    Value x;
-    x.set_int(v);
-    return x;
-}
-
-TEST(Data, OwnersChangeOnlyTheirOwnKeys) {
+TEST(Data, OwnersChangeOnlyTheirOwnKeysAndCopiesConvert) {
     zp::Data data;
     zp::DataAuth alice(&data, "alice");
     zp::DataAuth bob(&data, "bob");
@@ -35,12 +32,7 @@ TEST(Data, OwnersChangeOnlyTheirOwnKeys) {
     EXPECT_TRUE(data.set("open", int_value(1)));
     EXPECT_TRUE(alice.set("open", int_value(2)));  // a key set without identity is open
     EXPECT_FALSE(data.set("", int_value(1)));
-}
-
-TEST(Data, StoredCopiesAndConversion) {
-    zp::Data data;
-    Value s;
-    s.set_string("[i]12");
+    Value s = kinefix_test::value_of("[str:5][i]12");
     EXPECT_TRUE(data.set("s", s));
     s.set_string("plain words");
     EXPECT_EQ(data.convert(data.get("s")).write(), "[i]12");    // the stored copy, converted

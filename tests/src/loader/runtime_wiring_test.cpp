@@ -16,7 +16,7 @@
 #include "loader/admin.h"
 #include "log/logger.h"
 #include "value/value.h"
-#include "support/test_support.h"
+#include "support/framework_support.h"
 #include "zephra_init.h"
 
 namespace {
@@ -37,24 +37,20 @@ struct Plain : zp::Content {
 };
 
 TEST(RuntimeWiringTest, RootHoldsTheRuntimeComponentsAndUninitAbortsItsChannels) {
-    kinefix_test::TempDir home;
-    for (const auto& kv : kinefix_test::isolated_env(home))
-        setenv(kv.first.c_str(), kv.second.c_str(), 1);
-    static char arg0[] = "runtime_wiring";
-    static char* argv[] = {arg0, nullptr};
+    Plain work;  // outlives the framework, whose shut-down still sees it
+    zp::Channel own(nullptr);
     testing::internal::CaptureStderr();
-    zp::InitFramework(1, argv);
+    kinefix_test::StartedFramework framework("runtime_wiring");
     zp::Admin* root = zp::ppCD;
     ASSERT_NE(root, nullptr);
 
     // Receivers on the root's channel and on a named one, both blocked.
     std::shared_ptr<zp::Channel> named = root->channel->get("work");
-    zp::Channel* shared = root->channel;
     const auto receive = [](auto channel) {
         zp::ChannelMessage m;
         return channel->receive(&m);
     };
-    auto on_root = std::async(std::launch::async, receive, shared);
+    auto on_root = std::async(std::launch::async, receive, root->channel);
     auto on_named = std::async(std::launch::async, receive, named);
     std::this_thread::sleep_for(30ms);
 
@@ -64,8 +60,6 @@ TEST(RuntimeWiringTest, RootHoldsTheRuntimeComponentsAndUninitAbortsItsChannels)
     EXPECT_EQ(answer.write(), "[str:16]module not exsit");
     EXPECT_EQ(replied, answer.write());
 
-    Plain work;
-    zp::Channel own(nullptr);
     work.channel = &own;
     zp::modules()["Work"] = &work;
     std::vector<std::string> said;  // the quoted message of each error-level line
@@ -82,16 +76,10 @@ TEST(RuntimeWiringTest, RootHoldsTheRuntimeComponentsAndUninitAbortsItsChannels)
                         "[Admin] ::uninit @==@", "set all abort success",
                         "[Admin] abort all thread success", "> before uninit cmp 'Work'",
                         "> uninit cmp 'Work' OK", "[Admin] ::uninit end @==@"}));
-    const bool woke = on_root.wait_for(10s) == std::future_status::ready &&
-                      on_named.wait_for(10s) == std::future_status::ready;
-    if (!woke) {  // release them anyway so that the test can end
-        shared->abort();
-        named->abort();
+    for (auto* f : {&on_root, &on_named}) {  // one left blocked through uninit ends the run
+        if (f->wait_for(10s) != std::future_status::ready) std::abort();
+        EXPECT_EQ(f->get(), 0);
     }
-    EXPECT_TRUE(woke) << "a receiver stayed blocked through uninit";
-    EXPECT_EQ(on_root.get(), 0);
-    EXPECT_EQ(on_named.get(), 0);
-    zp::ShutdownFramework();
     EXPECT_NE(testing::internal::GetCapturedStderr().find(
                   "=== Admin: module (Nobody) not exist !! ERROR !\n"),
               std::string::npos);

@@ -19,7 +19,8 @@ using kinefix_test::TempDir;
 
 const std::regex kSeparator(R"(------------------------- \d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2})");
 
-TEST(LoggerTest, LazyOpeningFiltersAndLineCut) {
+// An unopenable file falls back to standard error.
+TEST(LoggerTest, LazyOpeningFiltersLineCutAndFallBack) {
     TempDir dir;
     const std::string path = dir / "a.log";
     zp::Logger log(path.c_str(), nullptr);
@@ -39,32 +40,10 @@ TEST(LoggerTest, LazyOpeningFiltersAndLineCut) {
     EXPECT_EQ(lines[1], std::string(4095, 'x') + "next 7");  // the cut drops the line end
     EXPECT_TRUE(std::regex_match(lines[2], kSeparator)) << lines[2];
     EXPECT_EQ(lines[3], "two");
-}
-
-TEST(LoggerTest, UnopenableFileFallsBackToStandardError) {
-    TempDir dir;
-    zp::Logger log((dir / "missing-dir/a.log").c_str(), nullptr);
+    zp::Logger lost((dir / "missing-dir/a.log").c_str(), nullptr);
     testing::internal::CaptureStderr();
-    log.log(2, "zp", "to stderr\n");
-    const auto lines = lines_of(testing::internal::GetCapturedStderr());
-    EXPECT_EQ(lines.back(), "to stderr");
-    EXPECT_EQ(log.stream(), stderr);
-}
-
-TEST(LoggerTest, BorrowedStreamIsUsedAndNotClosed) {
-    TempDir dir;
-    const std::string path = dir / "a.log";
-    zp::Logger log(path.c_str(), nullptr);
-    FILE* mine = tmpfile();
-    ASSERT_NE(mine, nullptr);
-    log.set_stream(mine);
-    log.log(2, "zp", "borrowed\n");
-    log.close();
-    EXPECT_EQ(fseek(mine, 0, SEEK_SET), 0) << "still open: the logger did not own it";
-    char buf[64] = {0};
-    EXPECT_STREQ(fgets(buf, sizeof buf, mine), "borrowed\n");
-    log.set_stream(nullptr);
-    fclose(mine);
+    lost.log(2, "zp", "to stderr\n");
+    EXPECT_EQ(lines_of(testing::internal::GetCapturedStderr()).back(), "to stderr");
 }
 
 // The threads race to open the file and share the one line buffer; every line must come out
@@ -93,24 +72,28 @@ TEST(LoggerTest, ThreadsShareOneFileWithoutTornLines) {
     EXPECT_EQ(lines, expected);
 }
 
-// A stream handed over while another thread writes: each line lands whole in one of them.
-TEST(LoggerTest, StreamSwappedWhileAThreadWrites) {
+// Borrowed streams, one handed over while another thread writes: each line lands whole in one
+// of them, and neither swapping nor closing the logger closes them (a double fclose aborts).
+TEST(LoggerTest, BorrowedStreamsSwappedWhileAThreadWrites) {
     zp::Logger log("", nullptr);
     FILE* first = tmpfile();
     FILE* second = tmpfile();
+    ASSERT_TRUE(first != nullptr && second != nullptr);
     log.set_stream(first);
     std::thread writer([&log] {
         for (int i = 0; i < 400; ++i) log.log(2, "zp", "line %d\n", i);
     });
     log.set_stream(second);
     writer.join();
-    log.set_stream(nullptr);
+    log.close();
     std::string both;
     for (FILE* f : {first, second}) {
-        rewind(f);
+        EXPECT_EQ(fseek(f, 0, SEEK_SET), 0) << "still open: the logger did not own it";
         for (char buf[64]; fgets(buf, sizeof buf, f) != nullptr;) both += buf;
-        fclose(f);
     }
+    log.set_stream(nullptr);
+    fclose(first);
+    fclose(second);
     EXPECT_EQ(lines_of(both).size(), 400u);
 }
 

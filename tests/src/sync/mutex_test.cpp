@@ -43,27 +43,6 @@ TEST(MutexTest, RecursiveMutexNeedsOneUnlockPerLock) {
     m.unlock();
 }
 
-// A reader holds the lock and a writer waits: new readers queue behind the writer, and all of
-// them come in once it leaves.
-template <typename Lock>
-void check_writer_preference() {
-    Lock rw;
-    rw.lock_read();
-    Taker<Lock> writer(rw, &Lock::lock_write);
-    Taker<Lock> reader1(rw, &Lock::lock_read), reader2(rw, &Lock::lock_read);
-    EXPECT_EQ(writer.at + reader1.at + reader2.at, 0) << "nobody passes the first reader";
-    rw.unlock();
-    for (int i = 0; i < 2000 && (reader1.at == 0 || reader2.at == 0); ++i)
-        std::this_thread::sleep_for(1ms);
-    EXPECT_LT(writer.at, reader1.at);
-    EXPECT_LT(writer.at, reader2.at);
-}
-
-TEST(ReadWriteMutexTest, WaitingWriterGoesBeforeNewReaders) {
-    check_writer_preference<zp::ReadWriteMutex>();
-    check_writer_preference<RWR>();
-}
-
 TEST(ReadWriteMutexTest, RecursiveHoldsNestAndPassAWaitingWriter) {
     RWR rw;
     rw.lock_read();
@@ -100,6 +79,27 @@ TEST(ReadWriteMutexTest, ReadersShareAndAStrangerUnlockOnlyWarns) {
     rw.unlock();
 }
 
+template <typename Lock>
+class ReadWriteContention : public testing::Test {};
+using LockKinds = testing::Types<zp::ReadWriteMutex, RWR>;
+TYPED_TEST_SUITE(ReadWriteContention, LockKinds);
+
+// A reader holds the lock and a writer waits: new readers queue behind the writer, and all of
+// them come in once it leaves.
+TYPED_TEST(ReadWriteContention, WaitingWriterGoesBeforeNewReaders) {
+    using Lock = TypeParam;
+    Lock rw;
+    rw.lock_read();
+    Taker<Lock> writer(rw, &Lock::lock_write);
+    Taker<Lock> reader1(rw, &Lock::lock_read), reader2(rw, &Lock::lock_read);
+    EXPECT_EQ(writer.at + reader1.at + reader2.at, 0) << "nobody passes the first reader";
+    rw.unlock();
+    for (int i = 0; i < 2000 && (reader1.at == 0 || reader2.at == 0); ++i)
+        std::this_thread::sleep_for(1ms);
+    EXPECT_LT(writer.at, reader1.at);
+    EXPECT_LT(writer.at, reader2.at);
+}
+
 // Exposes the queue of waiting readers, so a test can wait until they are all blocked.
 template <typename Lock>
 struct Probe : Lock {
@@ -108,11 +108,6 @@ struct Probe : Lock {
         return this->st_->waiting_readers;
     }
 };
-
-template <typename Lock>
-class ReadWriteContention : public testing::Test {};
-using LockKinds = testing::Types<zp::ReadWriteMutex, RWR>;
-TYPED_TEST_SUITE(ReadWriteContention, LockKinds);
 
 // Plain ints, so that any overlap is a race ThreadSanitizer reports; the yields widen the
 // window in which a missing exclusion shows as a torn pair in an ordinary build too.

@@ -77,14 +77,11 @@ TEST_F(FuncTracerTest, ScopesNestUpToACapAndExitLinesCarryTheirDuration) {
 TEST_F(FuncTracerTest, FileOpensAtTheFirstEntryOrFallsBackToStandardError) {
     kinefix_test::TempDir dir;
     const std::string path = dir / "Admin2024-01-02.tcr";
-    {
-        Func_Tracer file(path.c_str(), "Admin", nullptr);
-        file.leave(1, 0);  // an exit alone opens nothing
-        EXPECT_FALSE(std::filesystem::exists(path));
-        file.enter("work", "a.cpp", 7);
-    }
+    Func_Tracer file(path.c_str(), "Admin", nullptr);
+    file.leave(1, 0);  // an exit alone opens nothing
+    EXPECT_FALSE(std::filesystem::exists(path));
+    file.enter("work", "a.cpp", 7);
     EXPECT_EQ(lines_of(kinefix_test::read_text(path)).at(1), head(1) + "|__[7]a.cpp work");
-
     testing::internal::CaptureStderr();
     Func_Tracer((dir / "missing/x.tcr").c_str(), "Admin", nullptr).enter("run", "m.cpp", 5);
     const std::string err = testing::internal::GetCapturedStderr();

@@ -54,16 +54,12 @@ TEST_F(UtilsFs, PathPiecesTakeEitherSeparator) {
 
 #ifndef _WIN32  // Windows asks the system first (utils_win32_test.cpp)
 TEST_F(UtilsFs, TempDirIsTmpdirOrSlashTmp) {
-    const char* saved = getenv("TMPDIR");
-    const std::string keep = saved ? saved : "";
-    setenv("TMPDIR", "", 1);
-    EXPECT_EQ(u.temp_dir(), "/tmp/");
-    setenv("TMPDIR", "/var//cache/", 1);
+    {
+        kinefix_test::ScopedEnv empty("TMPDIR", "");
+        EXPECT_EQ(u.temp_dir(), "/tmp/");
+    }
+    kinefix_test::ScopedEnv set("TMPDIR", "/var//cache/");
     EXPECT_EQ(u.temp_dir(), "/var/cache/");
-    if (saved)
-        setenv("TMPDIR", keep.c_str(), 1);
-    else
-        unsetenv("TMPDIR");
 }
 #endif
 
@@ -91,7 +87,7 @@ TEST_F(UtilsFs, WalksArePostOrderAndTreesGoWithoutFollowingLinks) {
     EXPECT_TRUE(u.remove_dir((dir / "sub").c_str())) << "a missing directory counts as removed";
 }
 
-TEST_F(UtilsFs, SizeCopyAndWriteabilityProbe) {
+TEST_F(UtilsFs, SizeCopyWriteabilityAndSameFile) {
     write_file(dir / "src", std::string(25000, 'p'));  // crosses copy chunks
     // When stat fails the size still comes from opening the file.
     const auto failing = [](const char*, zp::FileStat*) { return false; };
@@ -110,18 +106,15 @@ TEST_F(UtilsFs, SizeCopyAndWriteabilityProbe) {
     EXPECT_TRUE(u.is_dir_writable(dir.str().c_str(), "~probe~.tmp"));
     EXPECT_FALSE(fs::exists(dir / "~probe~.tmp"));
     EXPECT_FALSE(u.is_dir_writable((dir / "none").c_str(), "~probe~.tmp"));
-}
 
-TEST_F(UtilsFs, SameFileIsOneFileUnderOtherNamesOnly) {
-    const std::string a = dir / "a.mp4", b = dir / "b.mp4", hard = dir / "hard.mp4";
-    write_file(a, "same bytes");
-    write_file(b, "same bytes");
-    fs::create_hard_link(a, hard);
-    EXPECT_TRUE(zp::same_file(a.c_str(), (dir.str() + "//./a.mp4").c_str()));
-    EXPECT_TRUE(zp::same_file(hard.c_str(), a.c_str()));
-    EXPECT_FALSE(zp::same_file(a.c_str(), b.c_str()));  // equal content is not the same file
+    // The same file is one file under other names, not a copy of it.
+    const std::string src = dir / "src", hard = dir / "hard";
+    fs::create_hard_link(src, hard);
+    EXPECT_TRUE(zp::same_file(src.c_str(), (dir.str() + "//./src").c_str()));
+    EXPECT_TRUE(zp::same_file(hard.c_str(), src.c_str()));
+    EXPECT_FALSE(zp::same_file(src.c_str(), (dir / "dst").c_str()));
     EXPECT_FALSE(zp::same_file((dir / "none").c_str(), (dir / "none").c_str()));
-    EXPECT_FALSE(zp::same_file(a.c_str(), nullptr));
+    EXPECT_FALSE(zp::same_file(src.c_str(), nullptr));
 }
 
 }  // namespace

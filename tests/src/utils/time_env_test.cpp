@@ -15,20 +15,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-void set_var(const char* name, const char* value) {
-    value ? setenv(name, value, 1) : unsetenv(name);
-}
-
-// Sets (or with null removes) a variable for the scope.
-struct ScopedEnv {
-    ScopedEnv(const char* n, const char* value)
-        : had(getenv(n) != nullptr), name(n), old(had ? getenv(n) : "") {
-        set_var(n, value);
-    }
-    ~ScopedEnv() { set_var(name.c_str(), had ? old.c_str() : nullptr); }
-    bool had;
-    std::string name, old;
-};
+using kinefix_test::ScopedEnv;
 
 TEST(UtilsTime, RingOfEightBuffersAndAgreeingClocks) {
     zp::Utils u;
@@ -49,24 +36,18 @@ TEST(UtilsTime, RingOfEightBuffersAndAgreeingClocks) {
     }
 }
 
-TEST(UtilsEnv, PointersAsText) {
-    ScopedEnv guard("ZP_UTILS_TEST_PTR", nullptr);
-    zp::Utils().set_env_ptr("ZP_UTILS_TEST_PTR", reinterpret_cast<void*>(uintptr_t{0x12AB}));
-    EXPECT_STREQ(getenv("ZP_UTILS_TEST_PTR"), "00000000000012AB");
-}
-
 #ifndef _WIN32
 TEST(UtilsEnv, SpecialDirectoriesOnPosix) {
     ScopedEnv home("HOME", "/h//u"), config("XDG_CONFIG_HOME", nullptr),
         state("XDG_STATE_HOME", "");
     EXPECT_EQ(zp::app_data_dir(), "/h/u/.config");
     EXPECT_EQ(zp::local_data_dir(), "/h/u/.local/state");
-    set_var("XDG_CONFIG_HOME", "/c");
-    set_var("XDG_STATE_HOME", "/s//t");
-    EXPECT_EQ(zp::app_data_dir(), "/c");
-    EXPECT_EQ(zp::local_data_dir(), "/s/t");
-    set_var("XDG_CONFIG_HOME", nullptr);
-    set_var("HOME", nullptr);
+    {
+        ScopedEnv xdg_config("XDG_CONFIG_HOME", "/c"), xdg_state("XDG_STATE_HOME", "/s//t");
+        EXPECT_EQ(zp::app_data_dir(), "/c");
+        EXPECT_EQ(zp::local_data_dir(), "/s/t");
+    }
+    ScopedEnv homeless("HOME", nullptr);
     EXPECT_EQ(zp::app_data_dir(), "");
 }
 
@@ -102,7 +83,7 @@ TEST(Registry, ValuesAreFilesUnderTheKeyAndFailuresSayWhy) {
 
 #endif
 
-TEST(UtilsProcess, InstanceIsCreatedAgainAfterDeletion) {
+TEST(UtilsProcess, InstanceIsCreatedAgainAfterDeletionAndPointersGoOnAsText) {
     zp::Utils* a = zp::Utils::instance();
     { zp::Utils other; }  // another object's end leaves the process-wide one alone
     EXPECT_EQ(zp::Utils::instance(), a);
@@ -110,6 +91,9 @@ TEST(UtilsProcess, InstanceIsCreatedAgainAfterDeletion) {
     zp::Utils* b = zp::Utils::instance();
     EXPECT_EQ(zp::Utils::instance(), b);
     delete b;
+    ScopedEnv guard("ZP_UTILS_TEST_PTR", nullptr);  // pointers handed on as text
+    zp::Utils().set_env_ptr("ZP_UTILS_TEST_PTR", reinterpret_cast<void*>(uintptr_t{0x12AB}));
+    EXPECT_STREQ(getenv("ZP_UTILS_TEST_PTR"), "00000000000012AB");
 }
 
 }  // namespace

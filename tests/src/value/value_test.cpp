@@ -9,16 +9,12 @@
 #include <string>
 
 #include "core/testing_hooks.h"
+#include "support/value_support.h"
 
 namespace {
 
 using zp::Value;
-
-Value read_text(const char* text) {
-    Value v;
-    v.read(text);
-    return v;
-}
+constexpr auto read_text = kinefix_test::value_of;
 
 // The written form of every kind, straight from its setter.
 TEST(ValueWrite, EachKindsText) {
@@ -89,8 +85,7 @@ TEST(ValueRead, TextsAgainstWhatTheValueWritesBack) {
 }
 
 TEST(ValueAccess, ReadReplacesEverythingAndNumbersConvert) {
-    Value v;
-    v.set_string("old");
+    Value v = read_text("[str:3]old");
     v.set_flag(2, 9);
     v.read("[d]1e30");
     EXPECT_EQ(v.payload(), nullptr);
@@ -99,12 +94,10 @@ TEST(ValueAccess, ReadReplacesEverythingAndNumbersConvert) {
 }
 
 TEST(ValueCopy, PayloadIsDuplicatedBlockIsShared) {
-    Value a;
-    a.set_string("abc");
+    Value a = read_text("[str:3]abc");
     a.set_flag(2, 7);
     Value b(a);
-    Value c;
-    c.set_int(1);
+    Value c = read_text("[i]1");
     c = a;
     a.set_string("changed");
     EXPECT_EQ(b.as_string(), "abc");
