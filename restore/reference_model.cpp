@@ -7,6 +7,7 @@
 #include <map>
 
 #include "restore/access_unit_reader.h"
+#include "restore/decoder_config.h"
 #include "restore/ffmpeg_compat.h"
 #include "restore/poc_counter.h"
 #include "restore/scan_window.h"
@@ -24,30 +25,6 @@ struct RefPacket {
     int64_t duration = 0;
     bool key = false;
 };
-
-// AVC (ISO/IEC 14496-15 5.3.3.1) or HEVC (8.3.3.1) decoder configuration: NAL units and the
-// length size.
-bool ReadDecoderConfig(bool hevc, const uint8_t* d, size_t size,
-                       std::vector<std::vector<uint8_t>>* units, int* length_size) {
-    if (size < (hevc ? 23u : 7u) || d[0] != 1) return false;
-    *length_size = ((hevc ? d[21] : d[4]) & 3) + 1;
-    size_t p = hevc ? 23 : 5;
-    const int groups = hevc ? d[22] : 2;
-    for (int g = 0; g < groups; ++g) {
-        if (p + (hevc ? 3 : 1) > size) return false;
-        int count = hevc ? (d[p + 1] << 8) | d[p + 2] : (g == 0 ? d[p] & 0x1f : d[p]);
-        p += hevc ? 3 : 1;
-        for (; count > 0; --count) {
-            if (p + 2 > size) return false;
-            const size_t len = (static_cast<size_t>(d[p]) << 8) | d[p + 1];
-            p += 2;
-            if (p + len > size) return false;
-            units->emplace_back(d + p, d + p + len);
-            p += len;
-        }
-    }
-    return !units->empty();
-}
 
 int64_t MostCommon(const std::vector<int64_t>& values) {
     std::map<int64_t, int> count;
