@@ -16,16 +16,6 @@ namespace restore {
 
 namespace {
 
-struct RefPacket {
-    bool video = false;
-    int64_t pos = 0;
-    int64_t size = 0;
-    int64_t pts = 0;
-    int64_t dts = 0;
-    int64_t duration = 0;
-    bool key = false;
-};
-
 int64_t MostCommon(const std::vector<int64_t>& values) {
     std::map<int64_t, int> count;
     for (int64_t v : values) ++count[v];
@@ -88,18 +78,18 @@ void AudioStream(const AVStream* st, AudioModel* a) {
 }
 
 // Packets in file order, enough to learn from.
-void ReadPackets(AVFormatContext* in, int vi, int ai, std::vector<RefPacket>* packets) {
+void ReadPackets(AVFormatContext* in, int vi, int ai, std::vector<IndexPacket>* packets) {
     AVPacket* pkt = av_packet_alloc();
     while (pkt && packets->size() < 20000 && av_read_frame(in, pkt) >= 0) {
         if ((pkt->stream_index == vi || pkt->stream_index == ai) && pkt->pos >= 0 &&
             pkt->pts != AV_NOPTS_VALUE && pkt->dts != AV_NOPTS_VALUE)
-            packets->push_back({pkt->stream_index == vi, pkt->pos, pkt->size, pkt->pts, pkt->dts,
+            packets->push_back({pkt->stream_index, pkt->pos, pkt->size, pkt->pts, pkt->dts,
                                 pkt->duration, (pkt->flags & AV_PKT_FLAG_KEY) != 0});
         av_packet_unref(pkt);
     }
     av_packet_free(&pkt);
     std::stable_sort(packets->begin(), packets->end(),
-                     [](const RefPacket& a, const RefPacket& b) { return a.pos < b.pos; });
+                     [](const IndexPacket& a, const IndexPacket& b) { return a.pos < b.pos; });
 }
 
 void FinishAudio(const std::vector<int64_t>& durations, const std::vector<int64_t>& sizes,
@@ -208,18 +198,18 @@ bool ReferenceModel::LearnPackets(void* context, const std::string& path, std::s
     if (ai >= 0) AudioStream(in->streams[ai], &audio);
     audio.stream.index = video.present ? 1 : 0;
 
-    std::vector<RefPacket> packets;
+    std::vector<IndexPacket> packets;
     ReadPackets(in, vi, ai, &packets);
 
     std::vector<int64_t> vpos, vsize, vpts, vdts_steps, adurations, asizes, keys;
     int64_t vdts_last = 0;
     int64_t run = 0, total = 0, first_time = INT64_MAX, last_time = INT64_MIN;
-    for (const RefPacket& p : packets) {
+    for (const IndexPacket& p : packets) {
         total += p.size;
-        const AVRational tb = in->streams[p.video ? vi : ai]->time_base;
+        const AVRational tb = in->streams[p.stream]->time_base;
         first_time = std::min(first_time, av_rescale_q(p.pts, tb, AV_TIME_BASE_Q));
         last_time = std::max(last_time, av_rescale_q(p.pts + p.duration, tb, AV_TIME_BASE_Q));
-        if (p.video) {
+        if (p.stream == vi) {
             if (vpos.empty()) video.first_dts = p.dts;
             if (!vpos.empty()) vdts_steps.push_back(p.dts - vdts_last);
             vdts_last = p.dts;
@@ -229,7 +219,7 @@ bool ReferenceModel::LearnPackets(void* context, const std::string& path, std::s
                 keys.push_back(static_cast<int64_t>(vpos.size()));
             }
             vpos.push_back(p.pos), vsize.push_back(p.size), vpts.push_back(p.pts);
-            video.max_sample = std::max(video.max_sample, p.size);
+            video.max_sample = std::max<int64_t>(video.max_sample, p.size);
             audio.max_run = std::max(audio.max_run, run);
             run = 0;
         } else {
