@@ -26,12 +26,17 @@ cd "$work"
 # Kinefix keeps its log and settings under $XDG_STATE_HOME/kinefix: keep the demo's apart.
 export XDG_STATE_HOME="$work/state"
 
+# One camera's settings, so that the rescue's reference matches: record SECONDS FILE.
+record() {
+  ffmpeg -v error -y -nostdin \
+    -f lavfi -i "testsrc2=size=640x360:rate=30:duration=$1" \
+    -f lavfi -i "sine=frequency=330:beep_factor=4:sample_rate=48000:duration=$1" \
+    -c:v libx264 -preset veryfast -bf 3 -g 60 -pix_fmt yuv420p \
+    -c:a aac -b:a 96k "$2"
+}
+
 step "Recording 5 s of H.264 (with B-frames) and AAC: $work/recording.mp4"
-ffmpeg -v error -y -nostdin \
-  -f lavfi -i "testsrc2=size=640x360:rate=30:duration=5" \
-  -f lavfi -i "sine=frequency=330:beep_factor=4:sample_rate=48000:duration=5" \
-  -c:v libx264 -preset veryfast -bf 3 -g 60 -pix_fmt yuv420p \
-  -c:a aac -b:a 96k recording.mp4
+record 5 recording.mp4
 ffprobe -v error -show_entries stream=index,codec_name,has_b_frames -of compact recording.mp4
 
 step "Writing its index while it is healthy: recording.idx"
@@ -77,11 +82,7 @@ echo "all $(wc -l <original.md5) packets are back, byte for byte and in order (M
 step "No index kept? Rescue with a reference recording of the same camera"
 # A second, shorter recording with the same settings plays the healthy recording from the
 # same camera; the damaged file's index is rebuilt from its content alone.
-ffmpeg -v error -y -nostdin \
-  -f lavfi -i "testsrc2=size=640x360:rate=30:duration=2" \
-  -f lavfi -i "sine=frequency=330:beep_factor=4:sample_rate=48000:duration=2" \
-  -c:v libx264 -preset veryfast -bf 3 -g 60 -pix_fmt yuv420p \
-  -c:a aac -b:a 96k reference.mp4
+record 2 reference.mp4
 "$bin/kinefix-index" --reference reference.mp4 damaged.mp4 rescued.idx 2>rescue.err
 grep '^kinefix-index:' rescue.err
 "$bin/kinefix" damaged.mp4 rescued.idx rescued.mp4 >/dev/null 2>&1
