@@ -16,6 +16,14 @@ RunResult kinefix(const TempDir& home, const std::vector<std::string>& args) {
     return run(bin_dir() + "/kinefix", args, isolated_env(home), home);
 }
 
+// No home and no XDG folders: only the temporary folder is left to the base directory.
+RunResult kinefix_without_home(const std::string& tmpdir, const TempDir& scratch) {
+    return run("bash",
+               {"-c", "unset HOME XDG_STATE_HOME XDG_CONFIG_HOME; exec \"$0\" a b",
+                bin_dir() + "/kinefix"},
+               {{"TMPDIR", tmpdir}}, scratch);
+}
+
 TEST(StartupTest, NoArgumentReturnsOneAndPrintsNothing) {
     TempDir home;
     const RunResult r = kinefix(home, {});
@@ -80,10 +88,7 @@ TEST(StartupTest, WithoutAnyUsableCandidateNothingIsWrittenAndTheLogGoesToStanda
     TempDir home;
     write_file(home / "tmp", "a file, not a directory");
     const bool root_had_conf = fs::exists("/conf") || fs::exists("/log");
-    const RunResult r = run("bash",
-                            {"-c", "unset HOME XDG_STATE_HOME XDG_CONFIG_HOME; exec \"$0\" a b",
-                             bin_dir() + "/kinefix"},
-                            {{"TMPDIR", home / "tmp/"}}, home);
+    const RunResult r = kinefix_without_home(home / "tmp/", home);
     EXPECT_EQ(r.exit_code, 0);
     EXPECT_NE(r.err.find("\"Done!\""), std::string::npos) << r.err;
     EXPECT_FALSE(!root_had_conf && (fs::exists("/conf") || fs::exists("/log")));
@@ -95,10 +100,7 @@ TEST(StartupTest, WithoutAnyUsableCandidateNothingIsWrittenAndTheLogGoesToStanda
 
 TEST(StartupTest, TheLastCandidateIsAPerUserTemporaryDirectory) {
     TempDir home;
-    const RunResult r = run("bash",
-                            {"-c", "unset HOME XDG_STATE_HOME XDG_CONFIG_HOME; exec \"$0\" a b",
-                             bin_dir() + "/kinefix"},
-                            {{"TMPDIR", home.str()}}, home);
+    const RunResult r = kinefix_without_home(home.str(), home);
     const std::string dir = home / ("kinefix-" + std::to_string(getuid()));
     EXPECT_NE(r.err.find("[Zephra] config dir = " + dir), std::string::npos) << r.err;
     EXPECT_TRUE(fs::exists(dir + "/conf/Admin.conf"));
