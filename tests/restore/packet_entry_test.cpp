@@ -4,6 +4,7 @@
 #include <climits>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "restore/packet_entry.h"
@@ -67,8 +68,7 @@ TEST(PacketEntryTest, NeverReadsPastTheGivenEnd) {
         const char* cursor = text;
         PacketEntry e;
         ASSERT_EQ(ReadPacketEntry(version, &cursor, text + 7, &e), EntryRead::kEntry);
-        EXPECT_EQ(e.size, 3);
-        EXPECT_EQ(e.pts_step, 4);
+        EXPECT_EQ(std::make_pair(e.size, e.pts_step), std::make_pair(3, int64_t{4}));
         EXPECT_LE(cursor, text + 7);
     }
 }
