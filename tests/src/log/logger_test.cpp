@@ -20,7 +20,7 @@ using kinefix_test::TempDir;
 const std::regex kSeparator(R"(------------------------- \d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2})");
 
 // An unopenable file falls back to standard error.
-TEST(LoggerTest, LazyOpeningFiltersLineCutAndFallBack) {
+TEST(LoggerTest, LazyOpeningFiltersLineCutFallBackAndThreadsSharingAFile) {
     TempDir dir;
     const std::string path = dir / "a.log";
     zp::Logger log(path.c_str(), nullptr);
@@ -44,40 +44,32 @@ TEST(LoggerTest, LazyOpeningFiltersLineCutAndFallBack) {
     testing::internal::CaptureStderr();
     lost.log(2, "zp", "to stderr\n");
     EXPECT_EQ(lines_of(testing::internal::GetCapturedStderr()).back(), "to stderr");
-}
-
-// The threads race to open the file and share the one line buffer; every line must come out
-// whole, and be on disk before the logger is closed.
-TEST(LoggerTest, ThreadsShareOneFileWithoutTornLines) {
-    TempDir dir;
-    const std::string path = dir / "a.log";
-    zp::Logger log(path.c_str(), nullptr);
+    // The threads race to open the file and share the one line buffer; every line must come out
+    // whole, and be on disk before the logger is closed.
+    const std::string shared_path = dir / "b.log";
+    zp::Logger shared(shared_path.c_str(), nullptr);
     constexpr int kThreads = 4, kLines = 250;
+    const auto body = [](int t) { return std::string(40, static_cast<char>('a' + t)); };
     std::vector<std::string> expected;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        const std::string body(40, static_cast<char>('a' + t));
-        for (int i = 0; i < kLines; ++i) expected.push_back(body + " " + std::to_string(i));
-        threads.emplace_back([&log, body] {
-            for (int i = 0; i < kLines; ++i) log.log(2, "zp", "%s %d\n", body.c_str(), i);
-        });
-    }
-    for (auto& t : threads) t.join();
-    auto lines = lines_of(read_text(path));
-    ASSERT_FALSE(lines.empty());
-    EXPECT_TRUE(std::regex_match(lines[0], kSeparator)) << "one separator, first";
-    lines.erase(lines.begin());
-    std::sort(lines.begin(), lines.end());
+    for (int t = 0; t < kThreads; ++t)
+        for (int i = 0; i < kLines; ++i) expected.push_back(body(t) + " " + std::to_string(i));
+    kinefix_test::on_threads(kThreads, [&](int t) {
+        for (int i = 0; i < kLines; ++i) shared.log(2, "zp", "%s %d\n", body(t).c_str(), i);
+    });
+    auto got = lines_of(read_text(shared_path));
+    ASSERT_FALSE(got.empty());
+    EXPECT_TRUE(std::regex_match(got[0], kSeparator)) << "one separator, first";
+    got.erase(got.begin());
+    std::sort(got.begin(), got.end());
     std::sort(expected.begin(), expected.end());
-    EXPECT_EQ(lines, expected);
+    EXPECT_EQ(got, expected);
 }
 
 // Borrowed streams, one handed over while another thread writes: each line lands whole in one
 // of them, and neither swapping nor closing the logger closes them (a double fclose aborts).
 TEST(LoggerTest, BorrowedStreamsSwappedWhileAThreadWrites) {
     zp::Logger log("", nullptr);
-    FILE* first = tmpfile();
-    FILE* second = tmpfile();
+    FILE *first = tmpfile(), *second = tmpfile();
     ASSERT_TRUE(first != nullptr && second != nullptr);
     log.set_stream(first);
     std::thread writer([&log] {
