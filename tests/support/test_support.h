@@ -8,6 +8,7 @@
 #include <random>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <sys/wait.h>
@@ -119,6 +120,22 @@ inline std::map<std::string, std::string> isolated_env(const TempDir& home) {
             {"XDG_STATE_HOME", home / "state"},
             {"XDG_CONFIG_HOME", home / "config"},
             {"TMPDIR", home.str()}};
+}
+
+// Runs body(i) for i in [0, n) on n threads at once and waits for all of them.
+template <typename Body>
+void on_threads(int n, Body body) {
+    std::vector<std::thread> threads;
+    for (int i = 0; i < n; ++i) threads.emplace_back(body, i);
+    for (auto& t : threads) t.join();
+}
+
+// Hands `args` to a command-line parser as argc and argv.
+template <typename Parser>
+bool parse_args(Parser& p, const std::vector<std::string>& args) {
+    std::vector<const char*> argv;
+    for (const std::string& a : args) argv.push_back(a.c_str());
+    return p.parse(static_cast<int>(args.size()), argv.data());
 }
 
 // Sets (or with null removes) an environment variable for the scope.

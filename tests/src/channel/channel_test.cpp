@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "channel/blocking_io.h"
+#include "support/test_support.h"
 
 namespace {
 
@@ -34,7 +35,7 @@ ChannelMessage message(uint32_t a, uint32_t b) {
     return m;
 }
 
-TEST(BlockingIOTest, OrderTimedWaitsAndAbort) {
+TEST(ChannelTest, QueueOrderTimedWaitsAbortWholeMessagesAndNamedChannels) {
     zp::Blocking_IO q;
     for (const char* s : {"one", "", "three"}) EXPECT_TRUE(q.push(s));
     EXPECT_EQ(q.pop(), "one");
@@ -53,33 +54,25 @@ TEST(BlockingIOTest, OrderTimedWaitsAndAbort) {
     q.abort();
     for (auto& f : waiting) EXPECT_EQ(must_finish(f), "");
     EXPECT_FALSE(q.push("late"));
-}
 
-TEST(ChannelTest, OnlyWholeMessagesAreReceived) {
-    zp::Channel ch(nullptr);
-    ChannelMessage got;
-    ASSERT_TRUE(ch.send(message(1, 2)));
-    ASSERT_EQ(ch.receive(&got), 1);
-    EXPECT_EQ(memcmp(got.bytes, message(1, 2).bytes, 32), 0);
-    ASSERT_TRUE(ch.io().push(std::string(31, 'x')));
-    EXPECT_EQ(ch.receive(&got), 0);
-    ASSERT_TRUE(ch.io().push(std::string(33, 'x')));
-    EXPECT_EQ(ch.receive_for(&got, 100), 0);
-    EXPECT_EQ(memcmp(got.bytes, message(1, 2).bytes, 32), 0) << "left untouched";
-}
-
-TEST(ChannelTest, NamedChannelsAreSharedAndAbortedWithTheRoot) {
+    // A channel takes whole messages only; named channels are shared and go with the root.
     zp::Channel root(nullptr);
+    ChannelMessage got;
+    ASSERT_TRUE(root.send(message(1, 2)));
+    ASSERT_EQ(root.receive(&got), 1);
+    EXPECT_EQ(memcmp(got.bytes, message(1, 2).bytes, 32), 0);
+    ASSERT_TRUE(root.io().push(std::string(31, 'x')));
+    EXPECT_EQ(root.receive(&got), 0);
+    ASSERT_TRUE(root.io().push(std::string(33, 'x')));
+    EXPECT_EQ(root.receive_for(&got, 100), 0);
+    EXPECT_EQ(memcmp(got.bytes, message(1, 2).bytes, 32), 0) << "left untouched";
     std::vector<std::future<zp::Channel*>> askers;
     for (int i = 0; i < 8; ++i)
         askers.push_back(std::async(std::launch::async, [&] { return root.get("jobs").get(); }));
     std::shared_ptr<zp::Channel> jobs = root.get("jobs");
     for (auto& f : askers) EXPECT_EQ(must_finish(f), jobs.get());
     EXPECT_NE(root.get("other"), jobs);
-    auto receiver = std::async(std::launch::async, [&] {
-        ChannelMessage m;
-        return jobs->receive(&m);
-    });
+    auto receiver = std::async(std::launch::async, [&] { return jobs->receive(&got); });
     std::this_thread::sleep_for(20ms);
     root.abort();
     EXPECT_EQ(must_finish(receiver), 0);
@@ -108,12 +101,9 @@ TEST(ChannelTest, ManySendersAndReceiversLoseAndDuplicateNothing) {
                 ++seen[a * kEach + b];
             }
         }));
-    std::vector<std::thread> senders;
-    for (uint32_t s = 0; s < 3; ++s)
-        senders.emplace_back([&ch, s] {
-            for (uint32_t i = 0; i < kEach; ++i) EXPECT_TRUE(ch.send(message(s, i)));
-        });
-    for (auto& t : senders) t.join();
+    kinefix_test::on_threads(3, [&ch](uint32_t s) {
+        for (uint32_t i = 0; i < kEach; ++i) EXPECT_TRUE(ch.send(message(s, i)));
+    });
     for (int r = 0; r < 3; ++r) ch.send(message(kStop, 0));
     for (auto& f : receivers) must_finish(f);
     for (auto& n : seen) ASSERT_EQ(n.load(), 1);

@@ -22,7 +22,7 @@ namespace {
 
 using zp::Value;
 
-TEST(App, RecordPrintsStartUpNamesAndData) {
+TEST(App, RecordPrintsStartUpNamesAndDataAndDataForwards) {
     // Start-up's process values; nothing else in this program reads them.
     zp::g_programPath = "/opt/kf/kinefix.bin";
     zp::g_programDir = "/opt/kf/";
@@ -51,6 +51,16 @@ TEST(App, RecordPrintsStartUpNamesAndData) {
               ">> describe      = repairs videos\n"
               "   [data] runs = [i]7\n"
               "-------------------------------\n\n");
+
+    const Value fallback = kinefix_test::int_value(-1);
+    EXPECT_EQ(app.get_data("n", fallback, true).write(), "[i]-1");
+    EXPECT_FALSE(app.remove_data("n"));
+    EXPECT_TRUE(app.set_data("n", kinefix_test::value_of("[str:4][i]5"), "me"));
+    EXPECT_EQ(app.get_data("n", fallback, true).write(), "[i]5");
+    EXPECT_EQ(app.get_data("n", fallback, false).write(), "[str:4][i]5");
+    EXPECT_FALSE(app.remove_data("n", "other"));
+    EXPECT_TRUE(app.remove_data("n", "me"));
+    EXPECT_FALSE(app.exist_data("n"));
 }
 
 // The setter lines go through the root's logger without any prefix.
@@ -77,20 +87,6 @@ TEST(App, SettersAreLoggedAtDebugLevel) {
               (std::vector<std::string>{"5|zp|[App] name=kinefix\n", "5|zp|[App] display=KF\n",
                                         "5|zp|[App] version=1.1\n", "5|zp|[App] release=\n",
                                         "5|zp|[App] organization=T\n", "5|zp|[App] describe=d\n"}));
-}
-
-TEST(App, DataForwardsWithDefaultAndConversion) {
-    zp::App app;
-    const Value fallback = kinefix_test::int_value(-1);
-    EXPECT_EQ(app.get_data("n", fallback, true).write(), "[i]-1");
-    EXPECT_FALSE(app.remove_data("n"));
-    EXPECT_TRUE(app.set_data("n", kinefix_test::value_of("[str:4][i]5"), "me"));
-    EXPECT_TRUE(app.exist_data("n"));
-    EXPECT_EQ(app.get_data("n", fallback, true).write(), "[i]5");
-    EXPECT_EQ(app.get_data("n", fallback, false).write(), "[str:4][i]5");
-    EXPECT_FALSE(app.remove_data("n", "other"));
-    EXPECT_TRUE(app.remove_data("n", "me"));
-    EXPECT_FALSE(app.exist_data("n"));
 }
 
 }  // namespace

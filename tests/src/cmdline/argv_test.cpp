@@ -8,18 +8,14 @@
 #include <vector>
 
 #include "cmdline/cmdline.h"
+#include "support/test_support.h"
 #include "support/value_support.h"
 
 namespace {
 
 using zp::Value;
 constexpr auto val = kinefix_test::value_of;
-
-bool run(zp::Abstract_Argv& a, const std::vector<std::string>& args) {
-    std::vector<const char*> argv;
-    for (const std::string& s : args) argv.push_back(s.c_str());
-    return a.parse(static_cast<int>(args.size()), argv.data());
-}
+using kinefix_test::parse_args;
 
 TEST(Argv, EveryKindRoundTripsThroughTheParser) {
     zp::Argv a;
@@ -29,8 +25,8 @@ TEST(Argv, EveryKindRoundTripsThroughTheParser) {
     a.add("b", 'b', "bool", false, val("[b]false"));
     a.add("f", 0, "float", false, val("[f]0"));
     a.add("u", 0, "uint", false, val("[u]0"));
-    ASSERT_TRUE(run(a, {"tool", "-i", "-7", "--ull", "18000000000000000000", "-s", "a b", "-b", "1",
-                        "--f", "1.5", "--u", "4294967295"}));
+    ASSERT_TRUE(parse_args(a, {"tool", "-i", "-7", "--ull", "18000000000000000000", "-s", "a b",
+                               "-b", "1", "--f", "1.5", "--u", "4294967295"}));
     const struct {
         const char *name, *expected, *written;
     } cases[] = {
@@ -43,15 +39,15 @@ TEST(Argv, EveryKindRoundTripsThroughTheParser) {
     EXPECT_THROW(a.get("i", val("[lld]0")), cmdline::cmdline_error);
 }
 
-TEST(Argv, LookupMessagesFallbacksAndAnEmptyInstance) {
+TEST(Argv, LookupMessagesFallbacksEmptyInstanceAndUnknownKinds) {
     zp::Argv a;
     zp::Abstract_Argv* fresh = a.new_instance();
     a.add("count", 'c', "repeat", false, val("[i]3"));
-    ASSERT_TRUE(run(a, {"tool"}));
+    ASSERT_TRUE(parse_args(a, {"tool"}));
     testing::internal::CaptureStdout();
     const Value undeclared = fresh->get("x", val("[i]4"));
     const Value not_given = a.get("count", val("[i]42"));
-    ASSERT_TRUE(run(a, {"tool", "-c", "9"}));
+    ASSERT_TRUE(parse_args(a, {"tool", "-c", "9"}));
     const Value other_kind = a.get("count", val("[v]1f"));
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "** Have not add 'argv'; Argv get: 'x' not exist. \n"
@@ -63,23 +59,19 @@ TEST(Argv, LookupMessagesFallbacksAndAnEmptyInstance) {
     EXPECT_EQ(other_kind.write(), "[v]000000000000001F");
     EXPECT_FALSE(a.exist("undeclared"));
     // The new instance has nothing declared, so it parses nothing.
-    EXPECT_FALSE(run(*fresh, {"tool"}));
-    EXPECT_FALSE(fresh->exist("x"));
-    EXPECT_EQ(fresh->usage(), "");
+    EXPECT_FALSE(parse_args(*fresh, {"tool"}));
     a.delete_instance(&fresh);
     EXPECT_EQ(fresh, nullptr);
-}
 
-TEST(Argv, UnknownKindDeclaresAFlag) {
-    zp::Argv a;
+    zp::Argv flags;
     testing::internal::CaptureStdout();
-    a.add("force", 'f', "no questions", true, Value());
-    a.add("input", 0, "input file", true, Value());
+    flags.add("force", 'f', "no questions", true, Value());
+    flags.add("input", 0, "input file", true, Value());
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "** Argv add: unknow type 'force'\n** Argv add: unknow type 'input'\n");
-    EXPECT_TRUE(run(a, {"tool", "-f"}));  // flags are never required
-    EXPECT_TRUE(a.exist("force"));
-    EXPECT_EQ(a.usage(),
+    EXPECT_TRUE(parse_args(flags, {"tool", "-f"}));  // flags are never required
+    EXPECT_TRUE(flags.exist("force"));
+    EXPECT_EQ(flags.usage(),
               "usage: tool [options] ... \noptions:\n"
               "  -f, --force    no questions\n"
               "      --input    input file\n");

@@ -10,16 +10,13 @@
 #include <string>
 #include <vector>
 
+#include "support/test_support.h"
+
 namespace {
 
 using Args = std::vector<std::string>;
 using Errors = std::vector<std::string>;
-
-bool run(cmdline::parser& p, const Args& args) {
-    std::vector<const char*> argv;
-    for (const std::string& a : args) argv.push_back(a.c_str());
-    return p.parse(static_cast<int>(args.size()), argv.data());
-}
+using kinefix_test::parse_args;
 
 // Splits "a|b|c"; the empty text gives no parts.
 Args split(const std::string& text) {
@@ -59,18 +56,18 @@ TEST(CmdlineParse, ArgumentVectorsAgainstValuesAndErrors) {
         p.add_option<std::string>("input", 0, "input file", true, "");
         p.add_option<int>("count", 'c', "repeat", false, 3);
         const Errors errors = split(c.errors);
-        EXPECT_EQ(run(p, split(c.args)), errors.empty());
+        EXPECT_EQ(parse_args(p, split(c.args)), errors.empty());
         EXPECT_EQ(p.error_list(), errors);
         EXPECT_EQ(p.get_value<std::string>("input"), c.input);
         EXPECT_EQ(p.get_value<int>("count"), c.count);
         EXPECT_EQ(p.is_set("verbose"), c.verbose);
         EXPECT_EQ(p.remaining_args(), split(c.rest));
-        run(p, {"again"});
+        parse_args(p, {"again"});
         EXPECT_EQ(p.get_value<int>("count"), c.count) << "values survive a later parse";
     }
 }
 
-TEST(CmdlineDeclare, ErrorsStrictConversionsAndParsesRefusedAtOnce) {
+TEST(CmdlineDeclare, ErrorsStrictConversionsRefusedParsesAndUsage) {
     cmdline::parser p;
     p.add_option<int>("count", 'c', "repeat", false, 3);
     const std::string before = p.usage_text();
@@ -93,22 +90,20 @@ TEST(CmdlineDeclare, ErrorsStrictConversionsAndParsesRefusedAtOnce) {
     // A shared short character and an empty vector fail before any argument is looked at.
     p.add_flag("one", 'o', "");
     p.add_flag("other", 'o', "");
-    EXPECT_FALSE(run(p, {"t", "--one"}));
+    EXPECT_FALSE(parse_args(p, {"t", "--one"}));
     EXPECT_EQ(p.error_list(), Errors{"short option 'o' is ambiguous"});
     EXPECT_FALSE(p.is_set("one"));
     const char* none[] = {nullptr};
     EXPECT_FALSE(p.parse(0, none));
     EXPECT_EQ(p.error_list(), Errors{"argument number must be longer than 0"});
-}
 
-TEST(CmdlineUsage, LabelsAndDescriptions) {
-    cmdline::parser p;
-    p.add_flag("v", 'v', "talk");
-    p.add_option<int>("i", 'i', "d", false, 3);
-    p.add_option<uint64_t>("req64", 0, "d", true, 1u);
-    p.set_program_name("prog");
-    p.set_footer("files...");
-    EXPECT_EQ(p.usage_text(),
+    cmdline::parser u;
+    u.add_flag("v", 'v', "talk");
+    u.add_option<int>("i", 'i', "d", false, 3);
+    u.add_option<uint64_t>("req64", 0, "d", true, 1u);
+    u.set_program_name("prog");
+    u.set_footer("files...");
+    EXPECT_EQ(u.usage_text(),
               "usage: prog --req64=unsigned __int64 [options] ... files...\n"
               "options:\n"
               "  -v, --v        talk\n"

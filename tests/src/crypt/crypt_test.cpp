@@ -15,7 +15,18 @@ zp::Crypt& crypt() {
     return *zp::Crypt::instance();
 }
 
-TEST(CryptCodecTest, HexAndBase64VectorsAndJunk) {
+const Bytes kSps{0x67, 0x64, 0x00, 0x1f, 0xac, 0xd9, 0x40};
+const Bytes kSps2{0x67, 0x42, 0xc0, 0x1e, 0x01};
+const Bytes kPps{0x68, 0xeb, 0xe3, 0xcb};
+const Bytes kSei{0x06, 0x05, 0x02, 0x11, 0x22};
+
+Bytes cat(std::initializer_list<Bytes> parts) {
+    Bytes out;
+    for (const Bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
+    return out;
+}
+
+TEST(CryptTest, CodecVectorsJunkProtectionRoundTripsAndTheSpsPpsSplit) {
     const Bytes some{0x00, 0xab, 0xff};
     EXPECT_EQ(crypt().hex_encode(some.data(), some.size()), "00abff");
     Bytes back;
@@ -40,9 +51,7 @@ TEST(CryptCodecTest, HexAndBase64VectorsAndJunk) {
         EXPECT_FALSE(crypt().decode_text(text, &out)) << text;
         EXPECT_EQ(out, Bytes{7}) << "output left alone on failure: " << text;
     }
-}
-
-TEST(ProtectTest, RoundTripsThroughUnitsTextAndHexAndDamageIsRefused) {
+    // Protection round trips through units, text and hex; damage is refused.
     for (const std::string& clear : {std::string(), std::string("无法打开moov文件: %s"),
                                      std::string(40, 'a') + std::string("\0\xff", 2)}) {
         SCOPED_TRACE(clear);
@@ -66,20 +75,7 @@ TEST(ProtectTest, RoundTripsThroughUnitsTextAndHexAndDamageIsRefused) {
         }
     }
     EXPECT_EQ(crypt().restore_text(R"({"broken_file":"a.mp4"})"), R"({"broken_file":"a.mp4"})");
-}
 
-const Bytes kSps{0x67, 0x64, 0x00, 0x1f, 0xac, 0xd9, 0x40};
-const Bytes kSps2{0x67, 0x42, 0xc0, 0x1e, 0x01};
-const Bytes kPps{0x68, 0xeb, 0xe3, 0xcb};
-const Bytes kSei{0x06, 0x05, 0x02, 0x11, 0x22};
-
-Bytes cat(std::initializer_list<Bytes> parts) {
-    Bytes out;
-    for (const Bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
-    return out;
-}
-
-TEST(SplitTest, FirstSpsAndPpsFromAnnexBOrDecoderRecord) {
     // Start codes of 3 and 4 bytes; trailing zero bytes belong to no unit.
     const Bytes annex_b =
         cat({{0, 0, 1}, kPps, {0, 0, 0, 1}, kSei, {0, 0, 0, 1}, kSps, {0, 0, 1}, kSps2, {0, 0}});

@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/test_support.h"
 #include "support/value_support.h"
 
 namespace {
@@ -16,7 +17,7 @@ namespace {
 using kinefix_test::int_value;
 using zp::Value;
 
-TEST(Data, OwnersChangeOnlyTheirOwnKeysAndCopiesConvert) {
+TEST(Data, OwnersChangeOnlyTheirOwnKeysCopiesConvertAndThreadsShareIt) {
     zp::Data data;
     zp::DataAuth alice(&data, "alice");
     zp::DataAuth bob(&data, "bob");
@@ -37,27 +38,21 @@ TEST(Data, OwnersChangeOnlyTheirOwnKeysAndCopiesConvert) {
     s.set_string("plain words");
     EXPECT_EQ(data.convert(data.get("s")).write(), "[i]12");    // the stored copy, converted
     EXPECT_EQ(data.convert(s).write(), "[str:11]plain words");  // not a written value: kept
-}
 
-TEST(Data, ConcurrentWritersAndReaders) {
-    zp::Data data;
+    zp::Data shared;
     constexpr int kThreads = 4, kKeys = 200;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([&data, t] {
-            zp::DataAuth me(&data, ("owner" + std::to_string(t)).c_str());
-            for (int i = 0; i < kKeys; ++i) {
-                const std::string own = "t" + std::to_string(t) + "." + std::to_string(i);
-                EXPECT_TRUE(me.set(own.c_str(), int_value(i)));
-                me.set("shared", int_value(t));
-                me.get("shared");
-            }
-        });
-    }
-    for (std::thread& th : threads) th.join();
-    EXPECT_EQ(data.size(), static_cast<size_t>(kThreads * kKeys + 1));
+    kinefix_test::on_threads(kThreads, [&shared](int t) {
+        zp::DataAuth me(&shared, ("owner" + std::to_string(t)).c_str());
+        for (int i = 0; i < kKeys; ++i) {
+            const std::string own = "t" + std::to_string(t) + "." + std::to_string(i);
+            EXPECT_TRUE(me.set(own.c_str(), int_value(i)));
+            me.set("shared", int_value(t));
+            me.get("shared");
+        }
+    });
+    EXPECT_EQ(shared.size(), static_cast<size_t>(kThreads * kKeys + 1));
     // Contended key: only its first owner kept writing it.
-    EXPECT_EQ("owner" + std::to_string(data.get("shared").as_int()), data.owner_of("shared"));
+    EXPECT_EQ("owner" + std::to_string(shared.get("shared").as_int()), shared.owner_of("shared"));
 }
 
 }  // namespace

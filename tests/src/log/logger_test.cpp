@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <regex>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -20,7 +21,7 @@ using kinefix_test::TempDir;
 const std::regex kSeparator(R"(------------------------- \d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2})");
 
 // An unopenable file falls back to standard error.
-TEST(LoggerTest, LazyOpeningFiltersLineCutAndFallBack) {
+TEST(LoggerTest, LazyOpeningFiltersLineCutFallBackSharedFilesAndBorrowedStreams) {
     TempDir dir;
     const std::string path = dir / "a.log";
     zp::Logger log(path.c_str(), nullptr);
@@ -44,54 +45,41 @@ TEST(LoggerTest, LazyOpeningFiltersLineCutAndFallBack) {
     testing::internal::CaptureStderr();
     lost.log(2, "zp", "to stderr\n");
     EXPECT_EQ(lines_of(testing::internal::GetCapturedStderr()).back(), "to stderr");
-}
-
-// The threads race to open the file and share the one line buffer; every line must come out
-// whole, and be on disk before the logger is closed.
-TEST(LoggerTest, ThreadsShareOneFileWithoutTornLines) {
-    TempDir dir;
-    const std::string path = dir / "a.log";
-    zp::Logger log(path.c_str(), nullptr);
+    // The threads race to open the file and share the one line buffer; every line must come out
+    // whole, and be on disk before the logger is closed.
+    const std::string shared_path = dir / "b.log";
+    zp::Logger shared(shared_path.c_str(), nullptr);
     constexpr int kThreads = 4, kLines = 250;
-    std::vector<std::string> expected;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        const std::string body(40, static_cast<char>('a' + t));
-        for (int i = 0; i < kLines; ++i) expected.push_back(body + " " + std::to_string(i));
-        threads.emplace_back([&log, body] {
-            for (int i = 0; i < kLines; ++i) log.log(2, "zp", "%s %d\n", body.c_str(), i);
-        });
-    }
-    for (auto& t : threads) t.join();
-    auto lines = lines_of(read_text(path));
-    ASSERT_FALSE(lines.empty());
-    EXPECT_TRUE(std::regex_match(lines[0], kSeparator)) << "one separator, first";
-    lines.erase(lines.begin());
-    std::sort(lines.begin(), lines.end());
-    std::sort(expected.begin(), expected.end());
-    EXPECT_EQ(lines, expected);
-}
-
-// Borrowed streams, one handed over while another thread writes: each line lands whole in one
-// of them, and neither swapping nor closing the logger closes them (a double fclose aborts).
-TEST(LoggerTest, BorrowedStreamsSwappedWhileAThreadWrites) {
-    zp::Logger log("", nullptr);
-    FILE* first = tmpfile();
-    FILE* second = tmpfile();
-    ASSERT_TRUE(first != nullptr && second != nullptr);
-    log.set_stream(first);
-    std::thread writer([&log] {
-        for (int i = 0; i < 400; ++i) log.log(2, "zp", "line %d\n", i);
+    const auto body = [](int t) { return std::string(40, static_cast<char>('a' + t)); };
+    std::multiset<std::string> expected;  // the order between threads is free
+    for (int t = 0; t < kThreads; ++t)
+        for (int i = 0; i < kLines; ++i) expected.insert(body(t) + " " + std::to_string(i));
+    kinefix_test::on_threads(kThreads, [&](int t) {
+        for (int i = 0; i < kLines; ++i) shared.log(2, "zp", "%s %d\n", body(t).c_str(), i);
     });
-    log.set_stream(second);
+    auto got = lines_of(read_text(shared_path));
+    ASSERT_FALSE(got.empty());
+    EXPECT_TRUE(std::regex_match(got[0], kSeparator)) << "one separator, first";
+    EXPECT_EQ(std::multiset<std::string>(got.begin() + 1, got.end()), expected);
+
+    // Borrowed streams, one handed over while another thread writes: each line lands whole in one
+    // of them, and neither swapping nor closing the logger closes them (a double fclose aborts).
+    zp::Logger borrowing("", nullptr);
+    FILE *first = tmpfile(), *second = tmpfile();
+    ASSERT_TRUE(first != nullptr && second != nullptr);
+    borrowing.set_stream(first);
+    std::thread writer([&borrowing] {
+        for (int i = 0; i < 400; ++i) borrowing.log(2, "zp", "line %d\n", i);
+    });
+    borrowing.set_stream(second);
     writer.join();
-    log.close();
+    borrowing.close();
     std::string both;
     for (FILE* f : {first, second}) {
         EXPECT_EQ(fseek(f, 0, SEEK_SET), 0) << "still open: the logger did not own it";
         for (char buf[64]; fgets(buf, sizeof buf, f) != nullptr;) both += buf;
     }
-    log.set_stream(nullptr);
+    borrowing.set_stream(nullptr);
     fclose(first);
     fclose(second);
     EXPECT_EQ(lines_of(both).size(), 400u);

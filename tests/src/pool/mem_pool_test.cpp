@@ -51,10 +51,14 @@ class TracedPool {
     std::unique_ptr<zp::Mem_Pool> pool;
 };
 
-TEST(MemPoolTest, BlockLimitAndGrowth) {
+std::vector<int> g_calls;
+void record(void* data) {
+    g_calls.push_back(*static_cast<int*>(data));
+}
+
+TEST(MemPoolTest, BlockLimitGrowthLargeRecordReuseResetAndCleanup) {
     TracedPool big(16384);
     big.fill(2048);
-    EXPECT_EQ(big.count(kFromLarge), 0u);
     big.fill(2049);
     EXPECT_EQ(big.count(kFromLarge), 1u) << "the limit is the pool size capped at 2048";
     // A small pool's limit is its size, more than a block holds behind its header.
@@ -66,53 +70,44 @@ TEST(MemPoolTest, BlockLimitAndGrowth) {
     for (int i = 0; i < 40; ++i) EXPECT_EQ(reinterpret_cast<uintptr_t>(pool.fill(100)) % 16, 0u);
     EXPECT_EQ(pool.count(kNewBlock), 9u);
     EXPECT_EQ(zp::Mem_Pool(1024, nullptr).alloc(16), nullptr) << "no trace stream, no memory";
-}
-
-TEST(MemPoolTest, FreedLargeRecordsAreReusedWithinFiveLooks) {
+    // Freed large records are reused when found within five looks.
     TracedPool p(16384);
-    std::vector<void*> big;
-    for (int i = 0; i < 6; ++i) big.push_back(p.fill(3000));
+    std::vector<void*> records;
+    for (int i = 0; i < 6; ++i) records.push_back(p.fill(3000));
     EXPECT_EQ(p.pool->free(p.fill(64)), 0) << "block memory is not freed";
     // The list is newest first: the oldest record is the sixth looked at, too far.
-    ASSERT_EQ(p.pool->free(big[0]), 1);
-    EXPECT_EQ(p.pool->free(big[0]), 0);
+    ASSERT_EQ(p.pool->free(records[0]), 1);
+    EXPECT_EQ(p.pool->free(records[0]), 0);
     std::string before = p.trace();
     ASSERT_NE(p.fill(3000), nullptr);
     EXPECT_EQ(p.trace(), before + kFromLarge + kFromBlock) << "a new record";
-    ASSERT_EQ(p.pool->free(big[2]), 1);  // fifth, now that a new record went in front
+    ASSERT_EQ(p.pool->free(records[2]), 1);  // fifth, now that a new record went in front
     before = p.trace();
     ASSERT_NE(p.fill(3000), nullptr);
     EXPECT_EQ(p.trace(), before + kFromLarge) << "the freed record is taken again";
-}
 
-std::vector<int> g_calls;
-void record(void* data) {
-    g_calls.push_back(*static_cast<int*>(data));
-}
-
-// Reset rewinds the blocks and frees large memory (LeakSanitizer would see it kept); cleanup
-// handlers survive it and run newest first at the end, removed ones never.
-TEST(MemPoolTest, ResetRewindsAndKeepsCleanupHandlers) {
-    TracedPool p(256);
+    // Reset rewinds the blocks and frees large memory (LeakSanitizer would see it kept); cleanup
+    // handlers survive it and run newest first at the end, removed ones never.
+    TracedPool r(256);
     std::vector<void*> first, again;
-    for (int i = 0; i < 3; ++i) first.push_back(p.fill(150));
-    void* big = p.fill(4000);
-    p.pool->reset();
-    EXPECT_EQ(p.pool->free(big), 0);
-    for (int i = 0; i < 3; ++i) again.push_back(p.fill(150));
+    for (int i = 0; i < 3; ++i) first.push_back(r.fill(150));
+    void* large = r.fill(4000);
+    r.pool->reset();
+    EXPECT_EQ(r.pool->free(large), 0);
+    for (int i = 0; i < 3; ++i) again.push_back(r.fill(150));
     EXPECT_EQ(again, first);
-    EXPECT_EQ(p.count(kNewBlock), 2u);
+    EXPECT_EQ(r.count(kNewBlock), 2u);
 
     int a = 1, b = 2, c = 3;
     const zp::PoolCleanup removed = [](void*) { g_calls.push_back(0); };
-    EXPECT_EQ(p.pool->add_cleanup(record, &a), 1);
-    EXPECT_EQ(p.pool->add_cleanup(removed, &b), 1);
-    EXPECT_EQ(p.pool->add_cleanup(record, &c), 1);
-    EXPECT_EQ(p.pool->remove_cleanup(removed), 1);
-    p.pool->reset();
-    for (int i = 0; i < 8; ++i) p.fill(100);  // overwrite what a block held
+    EXPECT_EQ(r.pool->add_cleanup(record, &a), 1);
+    EXPECT_EQ(r.pool->add_cleanup(removed, &b), 1);
+    EXPECT_EQ(r.pool->add_cleanup(record, &c), 1);
+    EXPECT_EQ(r.pool->remove_cleanup(removed), 1);
+    r.pool->reset();
+    for (int i = 0; i < 8; ++i) r.fill(100);  // overwrite what a block held
     EXPECT_TRUE(g_calls.empty());
-    p.pool.reset();
+    r.pool.reset();
     EXPECT_EQ(g_calls, (std::vector<int>{3, 1}));
 }
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "sync/mutex.h"
+#include "support/test_support.h"
 #include "sync/read_write_mutex.h"
 
 namespace {
@@ -33,7 +34,7 @@ struct Taker {
     std::thread t;
 };
 
-TEST(MutexTest, RecursiveMutexNeedsOneUnlockPerLock) {
+TEST(ReadWriteMutexTest, RecursionSharedReadsAndStrangerUnlocks) {
     zp::MutexRecursive m;
     m.lock();
     EXPECT_TRUE(m.try_lock());
@@ -41,9 +42,6 @@ TEST(MutexTest, RecursiveMutexNeedsOneUnlockPerLock) {
     Taker<zp::MutexRecursive> other(m, &zp::MutexRecursive::lock);
     EXPECT_EQ(other.at, 0) << "still held once";
     m.unlock();
-}
-
-TEST(ReadWriteMutexTest, RecursiveHoldsNestAndPassAWaitingWriter) {
     RWR rw;
     rw.lock_read();
     {
@@ -60,23 +58,21 @@ TEST(ReadWriteMutexTest, RecursiveHoldsNestAndPassAWaitingWriter) {
     Taker<RWR> reader(rw, &RWR::lock_read);
     EXPECT_EQ(reader.at, 0) << "the write is still held once";
     rw.unlock();
-}
-
-TEST(ReadWriteMutexTest, ReadersShareAndAStrangerUnlockOnlyWarns) {
-    RWR rw;
-    rw.lock_read();
-    Taker<RWR> other(rw, &RWR::lock_read);
-    EXPECT_NE(other.at, 0) << "readers share";
+    // Readers share; an unlock from a stranger only warns.
+    RWR shared;
+    shared.lock_read();
+    Taker<RWR> second(shared, &RWR::lock_read);
+    EXPECT_NE(second.at, 0) << "readers share";
     std::string warning;
     std::thread([&] {
         testing::internal::CaptureStderr();
-        rw.unlock();
+        shared.unlock();
         warning = testing::internal::GetCapturedStderr();
     }).join();
     EXPECT_EQ(warning, "[Warnning]: unlocking from a thread that did not lock");
-    Taker<RWR> writer(rw, &RWR::lock_write);
-    EXPECT_EQ(writer.at, 0) << "the real reader's hold is intact";
-    rw.unlock();
+    Taker<RWR> blocked(shared, &RWR::lock_write);
+    EXPECT_EQ(blocked.at, 0) << "the real reader's hold is intact";
+    shared.unlock();
 }
 
 template <typename Lock>
@@ -96,8 +92,7 @@ TYPED_TEST(ReadWriteContention, WaitingWriterGoesBeforeNewReaders) {
     rw.unlock();
     for (int i = 0; i < 2000 && (reader1.at == 0 || reader2.at == 0); ++i)
         std::this_thread::sleep_for(1ms);
-    EXPECT_LT(writer.at, reader1.at);
-    EXPECT_LT(writer.at, reader2.at);
+    EXPECT_LT(writer.at, std::min(reader1.at.load(), reader2.at.load()));
 }
 
 // Exposes the queue of waiting readers, so a test can wait until they are all blocked.
@@ -115,26 +110,22 @@ TYPED_TEST(ReadWriteContention, WritersExcludeReadersAndEachOther) {
     TypeParam rw;
     int a = 0, b = 0;
     std::atomic<int> torn{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t)
-        threads.emplace_back([&] {
-            for (int i = 0; i < 1000; ++i) {
-                {
-                    zp::WriteGuard g(rw);
-                    ++a;
-                    std::this_thread::yield();
-                    ++b;
-                }
-                zp::ReadGuard g(rw);
-                const int seen = a;
+    kinefix_test::on_threads(4, [&](int) {
+        for (int i = 0; i < 1000; ++i) {
+            {
+                zp::WriteGuard g(rw);
+                ++a;
                 std::this_thread::yield();
-                if (seen != b) ++torn;
+                ++b;
             }
-        });
-    for (auto& t : threads) t.join();
+            zp::ReadGuard g(rw);
+            const int seen = a;
+            std::this_thread::yield();
+            if (seen != b) ++torn;
+        }
+    });
     EXPECT_EQ(torn, 0);
-    EXPECT_EQ(a, 4000);
-    EXPECT_EQ(b, 4000);
+    EXPECT_EQ(std::make_pair(a, b), std::make_pair(4000, 4000));
 }
 
 // Readers queued behind a writer must all come in when it leaves, not one after another.

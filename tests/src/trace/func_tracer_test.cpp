@@ -49,7 +49,7 @@ class FuncTracerTest : public testing::Test {
     Func_Tracer t{"", "Test", nullptr};
 };
 
-TEST_F(FuncTracerTest, ScopesNestUpToACapAndExitLinesCarryTheirDuration) {
+TEST_F(FuncTracerTest, ScopesNestUpToACapAndFilesOpenAtTheFirstEntryOrFallBack) {
     {
         ScopeTrace outer(&t, "run", "main.cpp", 12);
         ScopeTrace inner(&t, "step", "engine.cpp", 40);
@@ -72,9 +72,7 @@ TEST_F(FuncTracerTest, ScopesNestUpToACapAndExitLinesCarryTheirDuration) {
     EXPECT_EQ(lines[43], head(40) + "|__[40]deep.cpp f");
     EXPECT_EQ(lines[44], head(40) + "..|__[41]deep.cpp f");
     EXPECT_EQ(lines[45].size(), size_t{Func_Tracer::kLineSize - 1});
-}
-
-TEST_F(FuncTracerTest, FileOpensAtTheFirstEntryOrFallsBackToStandardError) {
+    // A file opens at the first entry; one that cannot be made falls back to standard error.
     kinefix_test::TempDir dir;
     const std::string path = dir / "Admin2024-01-02.tcr";
     Func_Tracer file(path.c_str(), "Admin", nullptr);
@@ -92,15 +90,12 @@ TEST_F(FuncTracerTest, FileOpensAtTheFirstEntryOrFallsBackToStandardError) {
 // The depth is shared by all threads; every line stays whole and the tree closes at the end.
 TEST_F(FuncTracerTest, ThreadsTraceConcurrentlyWithoutTornLines) {
     constexpr int kThreads = 4, kEach = 300;
-    std::vector<std::thread> threads;
-    for (int i = 0; i < kThreads; ++i)
-        threads.emplace_back([&] {
-            for (int n = 0; n < kEach; ++n) {
-                ScopeTrace outer(&t, "outer", "mt.cpp", 1);
-                ScopeTrace inner(&t, "inner", "mt.cpp", 2);
-            }
-        });
-    for (auto& th : threads) th.join();
+    kinefix_test::on_threads(kThreads, [&](int) {
+        for (int n = 0; n < kEach; ++n) {
+            ScopeTrace outer(&t, "outer", "mt.cpp", 1);
+            ScopeTrace inner(&t, "inner", "mt.cpp", 2);
+        }
+    });
     t.enter("after", "mt.cpp", 3);
     auto lines = this->lines();
     ASSERT_EQ(lines.size(), size_t{kThreads * kEach * 4 + 1});

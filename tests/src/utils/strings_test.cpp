@@ -11,7 +11,8 @@ namespace {
 
 const char16_t R = 0xFFFD;
 
-TEST(Utf, EveryScalarValueRoundTrips) {
+// Every scalar value round trips; malformed input becomes replacement characters.
+TEST(UtilsStrings, UtfRoundTripsReplacementsTrimCompareFormat) {
     EXPECT_EQ(zp::utf8_to_utf16("a\xC3\xA9\xE4\xB8\xAD\xF0\x9F\x98\x80"),
               (std::u16string{u'a', 0x00E9, 0x4E2D, 0xD83D, 0xDE00}));
     for (char32_t cp = 0; cp <= 0x10FFFF; cp = cp == 0xD7FF ? 0xE000 : cp + 1) {
@@ -24,9 +25,6 @@ TEST(Utf, EveryScalarValueRoundTrips) {
         ASSERT_EQ(n.size(), 1u + (cp >= 0x80) + (cp >= 0x800) + (cp >= 0x10000)) << uint32_t(cp);
         ASSERT_EQ(zp::utf8_to_utf16(n), w) << uint32_t(cp);
     }
-}
-
-TEST(Utf, MalformedInputBecomesReplacementCharacters) {
     const std::pair<std::string, std::u16string> cases[] = {
         {"\xE4\xB8", {R}},                   // one replacement per maximal subpart
         {"\xF0\x9F\x98\x41", {R, u'A'}},     // the byte that broke it is kept
@@ -40,9 +38,6 @@ TEST(Utf, MalformedInputBecomesReplacementCharacters) {
     EXPECT_EQ(zp::utf16_to_utf8(std::u16string{0xD83D, 0xD83D, 0xDE00}),
               "\xEF\xBF\xBD\xF0\x9F\x98\x80");
     EXPECT_EQ(zp::utf16_to_utf8(std::u16string{0xDE00, 0xD83D}), "\xEF\xBF\xBD\xEF\xBF\xBD");
-}
-
-TEST(UtilsStrings, TrimCompareFormat) {
     zp::Utils u;
     char all_space[] = "   ";
     EXPECT_STREQ(u.trim_right_space(all_space), " ");  // the first character is never examined

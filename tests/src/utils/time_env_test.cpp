@@ -17,7 +17,7 @@ namespace fs = std::filesystem;
 
 using kinefix_test::ScopedEnv;
 
-TEST(UtilsTime, RingOfEightBuffersAndAgreeingClocks) {
+TEST(UtilsTime, ClocksTheProcessInstanceEnvironmentDirectoriesAndRegistry) {
     zp::Utils u;
     const char* p[9];
     for (int i = 0; i < 9; ++i) p[i] = u.now_str("%H:%M");
@@ -29,31 +29,34 @@ TEST(UtilsTime, RingOfEightBuffersAndAgreeingClocks) {
     const int64_t sys_us = u.now_us(0);
     EXPECT_LT(std::llabs(u.now_us(1) - sys_us), 2000000);       // anchored in whole seconds
     EXPECT_LT(std::llabs(u.now_ns(0) / 10 - sys_us), 1000000);  // raw 100-ns ticks
-    int64_t last = u.now_ns(1);
-    for (int i = 0; i < 1000; ++i) {
-        ASSERT_GE(u.now_ns(1), last);
-        last = u.now_ns(1);
-    }
-}
+    for (int64_t i = 0, last = u.now_ns(1), now = 0; i < 1000; ++i, last = now)
+        ASSERT_GE(now = u.now_ns(1), last);
+
+    // The process-wide instance is created again after deletion.
+    zp::Utils* a = zp::Utils::instance();
+    { zp::Utils other; }  // another object's end leaves the process-wide one alone
+    EXPECT_EQ(zp::Utils::instance(), a);
+    delete a;
+    zp::Utils* b = zp::Utils::instance();
+    EXPECT_EQ(zp::Utils::instance(), b);
+    delete b;
+    ScopedEnv guard("ZP_UTILS_TEST_PTR", nullptr);  // pointers handed on as text
+    zp::Utils().set_env_ptr("ZP_UTILS_TEST_PTR", reinterpret_cast<void*>(uintptr_t{0x12AB}));
+    EXPECT_STREQ(getenv("ZP_UTILS_TEST_PTR"), "00000000000012AB");
 
 #ifndef _WIN32
-TEST(UtilsEnv, SpecialDirectoriesOnPosix) {
+    // The registry lives under the application data directory, found from the environment.
     ScopedEnv home("HOME", "/h//u"), config("XDG_CONFIG_HOME", nullptr),
         state("XDG_STATE_HOME", "");
     EXPECT_EQ(zp::app_data_dir(), "/h/u/.config");
     EXPECT_EQ(zp::local_data_dir(), "/h/u/.local/state");
-    {
-        ScopedEnv xdg_config("XDG_CONFIG_HOME", "/c"), xdg_state("XDG_STATE_HOME", "/s//t");
-        EXPECT_EQ(zp::app_data_dir(), "/c");
-        EXPECT_EQ(zp::local_data_dir(), "/s/t");
-    }
-    ScopedEnv homeless("HOME", nullptr);
+    ScopedEnv xdg_config("XDG_CONFIG_HOME", "/c"), xdg_state("XDG_STATE_HOME", "/s//t");
+    EXPECT_EQ(zp::app_data_dir(), "/c");
+    EXPECT_EQ(zp::local_data_dir(), "/s/t");
+    ScopedEnv homeless("HOME", nullptr), no_config("XDG_CONFIG_HOME", nullptr);
     EXPECT_EQ(zp::app_data_dir(), "");
-}
-
-TEST(Registry, ValuesAreFilesUnderTheKeyAndFailuresSayWhy) {
     kinefix_test::TempDir dir;
-    ScopedEnv home("HOME", dir.str().c_str()), config("XDG_CONFIG_HOME", nullptr);
+    ScopedEnv dir_home("HOME", dir.str().c_str());
     const std::string key_dir = dir / ".config/zephra-registry/Software/Org/App";
     char buf[64] = {};
     const char* path = "Software\\Org\\App";
@@ -79,21 +82,7 @@ TEST(Registry, ValuesAreFilesUnderTheKeyAndFailuresSayWhy) {
               "[zp] Error: RegCreateKeyExA() can't create path='Software\\..\\..\\escape'");
     EXPECT_EQ(buf[0], '\0');
     EXPECT_FALSE(fs::exists(dir / ".config/escape"));
-}
-
 #endif
-
-TEST(UtilsProcess, InstanceIsCreatedAgainAfterDeletionAndPointersGoOnAsText) {
-    zp::Utils* a = zp::Utils::instance();
-    { zp::Utils other; }  // another object's end leaves the process-wide one alone
-    EXPECT_EQ(zp::Utils::instance(), a);
-    delete a;
-    zp::Utils* b = zp::Utils::instance();
-    EXPECT_EQ(zp::Utils::instance(), b);
-    delete b;
-    ScopedEnv guard("ZP_UTILS_TEST_PTR", nullptr);  // pointers handed on as text
-    zp::Utils().set_env_ptr("ZP_UTILS_TEST_PTR", reinterpret_cast<void*>(uintptr_t{0x12AB}));
-    EXPECT_STREQ(getenv("ZP_UTILS_TEST_PTR"), "00000000000012AB");
 }
 
 }  // namespace

@@ -16,8 +16,8 @@ namespace {
 using zp::Value;
 constexpr auto read_text = kinefix_test::value_of;
 
-// The written form of every kind, straight from its setter.
-TEST(ValueWrite, EachKindsText) {
+// The written form of every kind, straight from its setter, and what the reader makes of texts.
+TEST(Value, EachKindsTextTextsReadBackAndCopies) {
     const struct {
         std::function<void(Value&)> set;
         const char* written;
@@ -30,7 +30,6 @@ TEST(ValueWrite, EachKindsText) {
         {[](Value& v) { v.set_int64(INT64_MIN); }, "[lld]-9223372036854775808"},
         {[](Value& v) { v.set_uint64(UINT64_MAX); }, "[llu]18446744073709551615"},
         {[](Value& v) { v.set_bool(true); }, "[b]true"},
-        {[](Value& v) { v.set_bool(false); }, "[b]false"},
         {[](Value& v) { v.set_pointer(reinterpret_cast<void*>(0x1f)); }, "[v]000000000000001F"},
         {[](Value& v) { v.set_string("a ] b"); }, "[str:5]a ] b"},
         {[](Value& v) { v.set_map("k=v"); }, "[map:3]k=v"},
@@ -48,14 +47,11 @@ TEST(ValueWrite, EachKindsText) {
         c.set(v);
         EXPECT_EQ(v.write(), c.written);
     }
-}
-
-// Texts read and written back: a kind's own text unchanged (no second column), and what the
-// lenient reader makes of odd texts.
-TEST(ValueRead, TextsAgainstWhatTheValueWritesBack) {
+    // Texts read and written back: a kind's own text unchanged (no second column), and what the
+    // lenient reader makes of odd texts.
     const struct {
         const char *text, *written;
-    } cases[] = {
+    } texts[] = {
         {"[u]4294967295", nullptr},
         {"[f]-0.250000", nullptr},
         {"[map:3]k=v", nullptr},
@@ -72,7 +68,7 @@ TEST(ValueRead, TextsAgainstWhatTheValueWritesBack) {
         {"[err:7]-3,no file", "[err:4]-3,no f"},
         {"[err]5,abc", "[err:5]5,5,abc"},  // no length: all of it, code included
     };
-    for (const auto& c : cases) {
+    for (const auto& c : texts) {
         SCOPED_TRACE(c.text);
         EXPECT_EQ(read_text(c.text).write(), c.written ? c.written : c.text);
     }
@@ -82,18 +78,7 @@ TEST(ValueRead, TextsAgainstWhatTheValueWritesBack) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "> zp::Value:read() err: type='str:', missing 'len'.\n");
     EXPECT_STREQ(v.payload(), "abc");
-}
 
-TEST(ValueAccess, ReadReplacesEverythingAndNumbersConvert) {
-    Value v = read_text("[str:3]old");
-    v.set_flag(2, 9);
-    v.read("[d]1e30");
-    EXPECT_EQ(v.payload(), nullptr);
-    EXPECT_EQ(v.flag(2), 0);
-    EXPECT_EQ(v.as_int(), INT32_MAX);
-}
-
-TEST(ValueCopy, PayloadIsDuplicatedBlockIsShared) {
     Value a = read_text("[str:3]abc");
     a.set_flag(2, 7);
     Value b(a);
@@ -119,6 +104,10 @@ TEST(ValueCopy, PayloadIsDuplicatedBlockIsShared) {
     Value e(a);
     zp::testing_hooks::set_value_allocator(nullptr);
     EXPECT_EQ(e.kind(), zp::kValueNull) << "a failed copy gives null";
+    b.read("[d]1e30");
+    EXPECT_EQ(b.payload(), nullptr);
+    EXPECT_EQ(b.flag(2), 0);
+    EXPECT_EQ(b.as_int(), INT32_MAX);  // numbers convert, saturating
 }
 
 }  // namespace
