@@ -25,7 +25,7 @@ using namespace kinefix_test;
 // channels, sample_rate, frame_size, extradata.
 std::vector<IndexStream> Streams() {
     return {{true, 0, "hevc", "yuv420p", 1, 12800, 320, 240, 0, 0, 0, {1, 2, 3, 0, 255}},
-            {false, 1, "pcm_s16le", "s16", 1, 48000, 0, 0, 2, 48000}};
+            {false, 1, "pcm_s16le", "s16", 1, 48000, 0, 0, 2, 48000, 0, {}}};
 }
 
 // B-frame reordering, audio priming before zero, gaps between packets and huge positions.
