@@ -126,34 +126,33 @@ TEST(CutRecordingTest, KeepsEveryPacketBeforeTheCutAndReportsTheIgnoredLines) {
 TEST(ContractTest, WriteErrorsAndRejectedLinesKeepTheRunGoing) {
     Workspace ws;
     write_file(ws / "data.bin", std::string(400, 'x'));
-    // AAC only ("EZA=": 48 kHz stereo AAC-LC). Packet lines 0..11; line 5 goes back in time
-    // early, line 11 late (past 0.9 of the file).
+    // AAC only ("EZA=": 48 kHz stereo AAC-LC), starting 123.456 s in. Packet lines 0..12; line
+    // 5 goes back in time early, line 11 late (where 0.91 of the file is read).
     write_file(ws / "a.idx",
                "#version=2\n"
                "{\"type\":\"audio\",\"index\":0,\"codec\":\"aac\",\"format\":\"fltp\",\"tb.num\":1,"
                "\"tb.den\":48000,\"channels\":2,\"sample_rate\":48000,\"frame_size\":1024,"
                "\"ev\":\"EZA=\"}\n"
-               "0,0,10,1024,,,1;\n5,,10,1024,,,1;\n-1,,10,1024,,,1;\n1,,10,1024,,,1;\n"
+               "0,0,10,5927936,,,1;\n5,,10,1024,,,1;\n-1,,10,1024,,,1;\n1,,10,1024,,,1;\n"
                "0,,10,1024,,,1;0,,10,1024,,,1;\n0,,10,-4096,,,1;\n0,,10,5120,,,1\n"
                "0,,10,1024,,,1;\n0,,10,1024,,,1;\n0,,10,1024,,,1;\n0,,10,1024,,,1;\n"
-               "0,,10,-8192,,,1;\n");
+               "0,,10,-8192,,,1;\n0,,10,10240,,,1;\n");
     const RunResult r = ws.kinefix({ws / "data.bin", ws / "a.idx", ws / "out.mkv"});
     ASSERT_EQ(r.exit_code, 0) << r.err;
 
-    // Matroska counts milliseconds: -1024/48000 s is -21, and an audio duration of 0 is one
-    // frame (21). The three time texts share one buffer, so each shows the last one made.
+    // Matroska counts milliseconds, and an audio duration of 0 is one frame (21). The three
+    // time texts share one buffer, so each shows the last one made, to six digits.
     const std::vector<std::string> lines = lines_of(r.out);
     ASSERT_EQ(lines.size(), 5u + 7) << r.out;
     EXPECT_EQ(lines[5],
-              "pts:-21 pts_time:-0.021 dts:-21 dts_time:-0.021 duration:21 "
-              "duration_time:-0.021 stream_index:0");
+              "pts:123456 pts_time:123.456 dts:123456 dts_time:123.456 duration:21 "
+              "duration_time:123.456 stream_index:0");
     EXPECT_EQ(lines[6], "error:ret=-22,msg=Invalid argument");
     EXPECT_TRUE(std::regex_match(lines[7], std::regex(R"(progress:0\.[0-8]\d{5})"))) << lines[7];
     // Past 0.9 of the index a write error stays off standard output except its own line.
-    EXPECT_EQ(lines[8],
-              "pts:0 pts_time:0 dts:0 dts_time:0 duration:21 duration_time:0 stream_index:0");
+    EXPECT_EQ(lines[8].rfind("pts:123477 pts_time:123.477 ", 0), 0u) << lines[8];
     EXPECT_EQ(lines[9] + "|" + lines[11], "progress:1.0|End");
-    EXPECT_EQ(lines[10].rfind("summary:packets=8,ignored=0,duration=0.", 0), 0u) << lines[10];
+    EXPECT_EQ(lines[10].rfind("summary:packets=9,ignored=0,duration=123.", 0), 0u) << lines[10];
 
     const std::string log = ws.log();
     for (const char* text :
@@ -163,15 +162,15 @@ TEST(ContractTest, WriteErrorsAndRejectedLinesKeepTheRunGoing) {
           "; write frame err: Invalid argument, next=;\n\""})
         EXPECT_NE(log.find(text), std::string::npos) << text << "\n" << log;
 
-    // Every accepted entry written, the clock going on from the refused ones: 1024, 2048,
-    // 3072, then 4096 (no ";") up to 8192.
+    // Every accepted entry written, the clock going on from the refused ones: 1024 apart, the
+    // last 2048 after the one before.
     const FrameReport out = frame_report(ws / "out.mkv", ws.dir());
     ASSERT_TRUE(out.ok) << out.error;
     ASSERT_EQ(out.streams.size(), 1u);
     const auto& packets = out.streams.begin()->second;
-    ASSERT_EQ(packets.size(), 8u);
-    for (size_t i = 0; i < 8; ++i)
-        EXPECT_NEAR(packets[i].pts - packets[0].pts, i * 1024 / 48000.0, 0.0011) << i;
+    ASSERT_EQ(packets.size(), 9u);
+    for (size_t i = 0; i < 9; ++i)
+        EXPECT_NEAR(packets[i].pts - packets[0].pts, (i + i / 8) * 1024 / 48000.0, 0.0011) << i;
 }
 
 }  // namespace
