@@ -91,12 +91,8 @@ TEST_P(InterruptTest, KeepsAPlayablePartialAndSaysWhere) {
     EXPECT_EQ(decode_errors(out, rep.ws.dir()), "");
     const FrameReport original = frame_report(rep.media, rep.ws.dir());
     const FrameReport partial = frame_report(out, rep.ws.dir());
-    ASSERT_TRUE(original.ok && partial.ok) << partial.error;
-    for (const auto& [stream, packets] : original.streams) {
-        ASSERT_GT(partial.streams.at(stream).size(), packets.size());
-        for (size_t i = 0; i < packets.size(); ++i)
-            ASSERT_EQ(partial.streams.at(stream)[i].md5, packets[i].md5) << stream << ":" << i;
-    }
+    EXPECT_EQ(packet_difference(original, partial, Match::kPrefix), "");
+    EXPECT_GT(packet_count(partial), packet_count(original));
     EXPECT_EQ(read_file(rep.media), media_md5);
 }
 
@@ -128,9 +124,7 @@ TEST(SafetyTest, TwoRepairsIntoOneOutputNeverMixTheirBytes) {
     EXPECT_EQ(decode_errors(out, rep.ws.dir()), "");
     const FrameReport whole = frame_report(out, rep.ws.dir());
     ASSERT_TRUE(whole.ok) << whole.error;
-    size_t packets = 0;
-    for (const auto& [stream, list] : whole.streams) packets += list.size();
-    EXPECT_EQ(packets, rep.lines);
+    EXPECT_EQ(packet_count(whole), rep.lines);
     expect_no_scratch_files(rep.ws.dir().path());
 }
 

@@ -6,13 +6,11 @@
 #include <QDir>
 #include <QFile>
 #include <QString>
-#include <algorithm>
 
 #include "support/media_support.h"
 
 namespace kinefix_gui_test {
 
-using kinefix_test::FrameReport;
 using kinefix_test::TempDir;
 
 // An intact recording `NAME.orig.mp4`, its damaged copy `NAME.mp4` (index box gone) and the
@@ -32,41 +30,12 @@ inline QString makeDamaged(const TempDir& dir, const std::string& name,
     return QString();
 }
 
-// Empty when `repaired` holds the packets of `original`, MD5 for MD5, stream by stream, in
-// order (a constant time shift allowed); else the first difference. `prefix` compares only as
-// many packets as the shorter stream has, at least one: a partial copy, or one of a repeated
-// recording, begins with the original.
-inline QString packetDifference(const FrameReport& original, const FrameReport& repaired,
-                                bool prefix = false) {
-    if (!original.ok || !repaired.ok)
-        return QString::fromStdString("framemd5 failed: " + original.error + repaired.error);
-    if (original.streams.size() != repaired.streams.size())
-        return QString::asprintf("stream count %zu != %zu", repaired.streams.size(),
-                                 original.streams.size());
-    for (const auto& [index, packets] : original.streams) {
-        const auto& got = repaired.streams.at(index);
-        const bool count_ok = prefix ? !got.empty() : got.size() == packets.size();
-        if (!count_ok)
-            return QString::asprintf("stream %d: %zu packets of %zu", index, got.size(),
-                                     packets.size());
-        for (size_t i = 0; i < std::min(got.size(), packets.size()); ++i)
-            if (got[i].md5 != packets[i].md5)
-                return QStringLiteral("stream %1 packet %2 differs").arg(index).arg(i);
-    }
-    return QString();
-}
-
-inline size_t packetCount(const FrameReport& report) {
-    size_t n = 0;
-    for (const auto& stream : report.streams) n += stream.second.size();
-    return n;
-}
-
-// The packet comparison above for two files of `dir`.
+// kinefix_test::packet_difference for two files of `dir`.
 inline QString packetDifference(const TempDir& dir, const std::string& original,
                                 const std::string& repaired) {
-    return packetDifference(kinefix_test::frame_report(dir / original, dir),
-                            kinefix_test::frame_report(dir / repaired, dir));
+    return QString::fromStdString(
+        kinefix_test::packet_difference(kinefix_test::frame_report(dir / original, dir),
+                                        kinefix_test::frame_report(dir / repaired, dir)));
 }
 
 inline QString at(const TempDir& dir, const std::string& name) {

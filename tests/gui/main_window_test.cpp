@@ -89,7 +89,8 @@ void MainWindowTest::repairsARecordingTypedIntoTheFields() {
 
         QCOMPARE(packetDifference(dir, "clip.orig.mp4", "out.mov"), QString());
         // The summary's counts are the file's.
-        const size_t packets = packetCount(kinefix_test::frame_report(dir / "out.mov", dir));
+        const size_t packets =
+            kinefix_test::packet_count(kinefix_test::frame_report(dir / "out.mov", dir));
         const QRegularExpression said(
             QStringLiteral("^Repaired: %1 packets written, 0 index lines ignored; "
                            "[0-9.]+ s of video, [0-9.]+ [kM]B\\.$")
