@@ -283,9 +283,6 @@ TEST_P(BadInputTest, EndsAsDesigned) {
     expect_no_scratch_files(c.dir.path());
 }
 
-INSTANTIATE_TEST_SUITE_P(Table, BadInputTest, ::testing::ValuesIn(Table()),
-                         [](const ::testing::TestParamInfo<BadInput>& info) {
-                             return info.param.name;
-                         });
+INSTANTIATE_TEST_SUITE_P(Table, BadInputTest, ::testing::ValuesIn(Table()), kRowName);
 
 }  // namespace

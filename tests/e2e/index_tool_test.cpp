@@ -108,10 +108,7 @@ TEST_P(IndexToolTest, KeepsTheRecordingAndAnyEarlierIndex) {
     EXPECT_EQ(decode_errors(c.ws / "out.mp4", c.ws.dir()), "");
 }
 
-INSTANTIATE_TEST_SUITE_P(Table, IndexToolTest, ::testing::ValuesIn(kRows),
-                         [](const ::testing::TestParamInfo<IndexRow>& info) {
-                             return info.param.name;
-                         });
+INSTANTIATE_TEST_SUITE_P(Table, IndexToolTest, ::testing::ValuesIn(kRows), kRowName);
 
 TEST(IndexToolTracksTest, NamesEveryTrackItLeavesOut) {
     Workspace ws;

@@ -99,9 +99,7 @@ TEST_P(InterruptTest, KeepsAPlayablePartialAndSaysWhere) {
 INSTANTIATE_TEST_SUITE_P(Signals, InterruptTest,
                          ::testing::Values(Stop{"Interrupt", 2}, Stop{"Terminate", 15},
                                            Stop{"HangUp", 1}),
-                         [](const ::testing::TestParamInfo<Stop>& info) {
-                             return info.param.name;
-                         });
+                         kRowName);
 
 TEST(SafetyTest, TwoRepairsIntoOneOutputNeverMixTheirBytes) {
     LongRepair rep;

@@ -16,14 +16,6 @@ RunResult kinefix(const TempDir& home, const std::vector<std::string>& args) {
     return run(bin_dir() + "/kinefix", args, isolated_env(home), home);
 }
 
-// No home and no XDG folders: only the temporary folder is left to the base directory.
-RunResult kinefix_without_home(const std::string& tmpdir, const TempDir& scratch) {
-    return run("bash",
-               {"-c", "unset HOME XDG_STATE_HOME XDG_CONFIG_HOME; exec \"$0\" a b",
-                bin_dir() + "/kinefix"},
-               {{"TMPDIR", tmpdir}}, scratch);
-}
-
 TEST(StartupTest, NoArgumentReturnsOneAndPrintsNothing) {
     TempDir home;
     const RunResult r = kinefix(home, {});
@@ -62,9 +54,11 @@ TEST(StartupTest, FirstRunPrintsBannerAndEndAndSetsUpTheBaseDirectory) {
     EXPECT_EQ(log.find("[D]"), std::string::npos) << "level 2 hides debug lines";
 }
 
+// A directory where the probe file should go, or a file where a directory should go, defeats
+// even root: the next candidate is taken. Without home and XDG folders the last is a folder of
+// the user's own in the temporary folder; when that fails too, nothing is written (the root of
+// the file system least of all) and the log goes to standard error.
 TEST(StartupTest, UnusableCandidatesArePassedOver) {
-    // A directory where the probe file should go, or a file where a directory should go,
-    // defeats even root; the home folder is the next candidate.
     TempDir probe;
     fs::create_directories(probe.path() / "state/kinefix/~test_writeable~.tmp");
     TempDir blocked;
@@ -80,15 +74,19 @@ TEST(StartupTest, UnusableCandidatesArePassedOver) {
         EXPECT_NE(err.find("[Zephra] config dir = " + *home / "kinefix"), std::string::npos);
         EXPECT_TRUE(fs::exists(home->path() / "kinefix/conf/Admin.conf"));
     }
-}
 
-TEST(StartupTest, WithoutAnyUsableCandidateNothingIsWrittenAndTheLogGoesToStandardError) {
-    // No home, no XDG folders, and a temporary "directory" that is a file: every candidate
-    // fails. The filesystem root must stay untouched whoever runs this.
     TempDir home;
+    const std::string script = "unset HOME XDG_STATE_HOME XDG_CONFIG_HOME; exec \"$0\" a b";
+    RunResult r =
+        run("bash", {"-c", script, bin_dir() + "/kinefix"}, {{"TMPDIR", home.str()}}, home);
+    const std::string own = home / ("kinefix-" + std::to_string(getuid()));
+    EXPECT_NE(r.err.find("[Zephra] config dir = " + own), std::string::npos) << r.err;
+    EXPECT_TRUE(fs::exists(own + "/conf/Admin.conf"));
+    fs::remove_all(own);
+
     write_file(home / "tmp", "a file, not a directory");
     const bool root_had_conf = fs::exists("/conf") || fs::exists("/log");
-    const RunResult r = kinefix_without_home(home / "tmp/", home);
+    r = run("bash", {"-c", script, bin_dir() + "/kinefix"}, {{"TMPDIR", home / "tmp/"}}, home);
     EXPECT_EQ(r.exit_code, 0);
     EXPECT_NE(r.err.find("\"Done!\""), std::string::npos) << r.err;
     EXPECT_FALSE(!root_had_conf && (fs::exists("/conf") || fs::exists("/log")));
@@ -96,14 +94,6 @@ TEST(StartupTest, WithoutAnyUsableCandidateNothingIsWrittenAndTheLogGoesToStanda
     for (const auto& e : fs::recursive_directory_iterator(home.path()))
         entries += !e.is_directory();
     EXPECT_EQ(entries, 1u) << "only the blocking file";
-}
-
-TEST(StartupTest, TheLastCandidateIsAPerUserTemporaryDirectory) {
-    TempDir home;
-    const RunResult r = kinefix_without_home(home.str(), home);
-    const std::string dir = home / ("kinefix-" + std::to_string(getuid()));
-    EXPECT_NE(r.err.find("[Zephra] config dir = " + dir), std::string::npos) << r.err;
-    EXPECT_TRUE(fs::exists(dir + "/conf/Admin.conf"));
 }
 
 }  // namespace

@@ -16,6 +16,9 @@
 
 namespace kinefix_test {
 
+// Names each case of a parameterized table after its row's `name`.
+inline constexpr auto kRowName = [](const auto& info) { return std::string(info.param.name); };
+
 // What to record from lavfi's test sources: video at 25 fps and/or 48 kHz audio.
 struct RecordingPlan {
     bool video = true;
