@@ -185,8 +185,6 @@ const std::vector<BadInput>& Table() {
         // Protocol names are file names: nothing but a plain file beside the others is written.
         {"OutputNamedLikeTheTeeProtocol", [](Case& c) { c.output = "tee:damaged.mp4|x.mp4"; },
          {done, none_ignored}, 0, BadInput::kReplaced},
-        {"OutputNamedLikeTheMd5Protocol", [](Case& c) { c.output = "md5:damaged.mp4"; },
-         {done, none_ignored}, 0, BadInput::kReplaced},
         {"OutputNamedLikeAProtocolWithDigits", [](Case& c) { c.output = "12:30.mp4"; },
          {done, none_ignored}, 0, BadInput::kReplaced},
         {"IndexIsADevice", [](Case& c) { c.index = "/dev/null"; },

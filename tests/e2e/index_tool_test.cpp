@@ -68,6 +68,12 @@ const IndexRow kRows[] = {
     {"IndexCannotBeWrittenWhole", [](IndexCase& c) {
          c.shell_prefix = "ulimit -f 1; trap '' XFSZ; ";
      }, 1, {"cannot write '"}, false},
+    {"TracksLeftOutAreNamed", [](IndexCase& c) {
+         write_file(c.ws / "subs.srt", "1\n00:00:00,000 --> 00:00:01,000\nhello\n\n");
+         c.plan.encode = {"-i", c.ws / "subs.srt", "-map", "0", "-map", "1", "-map", "1", "-map",
+                          "2", "-c:v", "libx264", "-c:a", "aac", "-c:s", "mov_text"};
+     }, 0, {"leaving out track 2 (audio aac): kinefix repairs one audio track",
+            "leaving out track 3 (subtitle mov_text): kinefix repairs audio and video only"}, true},
     {"EntriesPerLineBeyondTheReader", [](IndexCase& c) {
          c.options = {"--entries-per-line", "500"};
      }, 0, {"note: 500 entries per line capped to 81"}, true},
@@ -109,30 +115,6 @@ TEST_P(IndexToolTest, KeepsTheRecordingAndAnyEarlierIndex) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Table, IndexToolTest, ::testing::ValuesIn(kRows), kRowName);
-
-TEST(IndexToolTracksTest, NamesEveryTrackItLeavesOut) {
-    Workspace ws;
-    const std::string recording = ws / "rec.mp4";
-    write_file(ws / "subs.srt", "1\n00:00:00,000 --> 00:00:01,000\nhello\n\n");
-    // clang-format off
-    const RunResult made = run("ffmpeg",
-        {"-v", "error", "-nostdin", "-f", "lavfi", "-i", "testsrc=size=160x120:duration=1",
-         "-f", "lavfi", "-i", "sine=duration=1", "-i", ws / "subs.srt", "-map", "0", "-map", "1",
-         "-map", "1", "-map", "2", "-c:v", "libx264", "-c:a", "aac", "-c:s", "mov_text", recording},
-        isolated_env(ws.dir()), ws.dir());
-    // clang-format on
-    ASSERT_EQ(made.exit_code, 0) << made.err;
-    const RunResult r = ws.tool("kinefix-index", {recording, ws / "rec.idx"});
-    ASSERT_EQ(r.exit_code, 0) << r.err;
-    EXPECT_NE(r.err.find("leaving out track 2 (audio aac): kinefix repairs one audio track"),
-              std::string::npos)
-        << r.err;
-    EXPECT_NE(r.err.find("leaving out track 3 (subtitle mov_text): kinefix repairs audio and "
-                         "video only"),
-              std::string::npos)
-        << r.err;
-    EXPECT_NE(r.out.find("packets indexed (video h264, audio aac)"), std::string::npos) << r.out;
-}
 
 // An entry kinefix cannot use costs its own line at most: the next line starts from an
 // absolute position, so every later packet is still read from the right bytes.
