@@ -57,6 +57,12 @@ struct Case {
         for (const auto& l : lines) text += l + "\n";
         write_file(index, text);
     }
+    // A file-size limit holds for the log file too: log lines go to standard output instead.
+    void log_to_stdout() const {
+        fs::create_directories(dir.path() / "state/kinefix/conf");
+        write_file(dir / "state/kinefix/conf/Admin.conf",
+                   "log.level : 2\nlog.stdout : true\nlog.tag : \n");
+    }
     // kinefix under the limits; standard output through a pipe, which no file-size limit cuts.
     RunResult repair() const {
         // From the scratch folder, so relative output names land there.
@@ -164,10 +170,7 @@ const std::vector<BadInput>& Table() {
          {"e:Could not create output context\nError occurred: "}},
         {"DiskFullDuringTheWrite", [](Case& c) {
              c.file_size_kb = 16;
-             // The limit holds for the log file too: log lines go to standard output.
-             fs::create_directories(c.dir.path() / "state/kinefix/conf");
-             write_file(c.dir / "state/kinefix/conf/Admin.conf",
-                        "log.level : 2\nlog.stdout : true\nlog.tag : \n");
+             c.log_to_stdout();
          }, {"o:error:ret=-27,msg=File too large\n", done, "e:Error occurred: File too large\n",
              "o:; write frame err: File too large, next=", "o:\">> 执行完成",
              "o:error:ret=-27,msg=could not finish the output file: File too large\n",
@@ -177,9 +180,7 @@ const std::vector<BadInput>& Table() {
         {"DiskFullAtTheTrailer", [](Case& c) {
              c.file_size_kb = static_cast<long>(fs::file_size(g_rec->media) -
                                                 find_top_box(g_rec->media, "moov").second) / 1024 + 1;
-             fs::create_directories(c.dir.path() / "state/kinefix/conf");
-             write_file(c.dir / "state/kinefix/conf/Admin.conf",
-                        "log.level : 2\nlog.stdout : true\nlog.tag : \n");
+             c.log_to_stdout();
          }, {done, "o:error:ret=-27,msg=could not finish the output file: File too large\n",
              "o:\"写入文件尾失败，输出文件未生成: "}, 0, BadInput::kKept},
         // Protocol names are file names: nothing but a plain file beside the others is written.
