@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cinttypes>
 #include <random>
 #include <regex>
 #include <set>
@@ -51,11 +52,9 @@ std::vector<Placed> PlacedPackets(const std::string& path, const FrameReport& re
     std::map<int, size_t> next;
     for (const std::string& line : lines_of(r.out)) {
         Placed p;
-        long long pos = 0, size = 0;
         // ffprobe keeps its own field order: stream_index, size, pos.
-        if (sscanf(line.c_str(), "%d,%lld,%lld", &p.stream, &size, &pos) != 3) continue;
-        p.pos = pos;
-        p.size = size;
+        if (sscanf(line.c_str(), "%d,%" SCNd64 ",%" SCNd64, &p.stream, &p.size, &p.pos) != 3)
+            continue;
         const auto& list = report.streams.at(p.stream);
         if (next[p.stream] < list.size()) p.packet = list[next[p.stream]++];
         out.push_back(p);
@@ -88,12 +87,9 @@ std::pair<int64_t, int64_t> ApplyDamage(const std::string& path, Damage kind) {
             Overwrite(path, moov, std::string(static_cast<size_t>(moov_size), '\0'));
             return {0, 0};
         case Damage::kZeros:
-            destroy_moov(path);
-            Overwrite(path, middle, std::string(1 << 20, '\0'));
-            return {middle, middle + (1 << 20)};
         case Damage::kRandom:
             destroy_moov(path);
-            Overwrite(path, middle, random);
+            Overwrite(path, middle, kind == Damage::kZeros ? std::string(1 << 20, '\0') : random);
             return {middle, middle + (1 << 20)};
         case Damage::kCutMidSample:
             fs::resize_file(path, static_cast<uintmax_t>(middle));
