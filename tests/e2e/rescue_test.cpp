@@ -241,9 +241,6 @@ TEST(RescueTest, RefusesAReferenceThatDoesNotFit) {
     const Misfit rows[] = {
         {"other resolution", {Join(kH264, kAac), true, true, "640x480"},
          "does not decode with the reference's parameter sets"},
-        {"other profile (High, CABAC)",
-         {Join({"-c:v", "libx264", "-preset", "medium", "-bf", "2", "-g", "25", "-pix_fmt",
-                "yuv420p"}, kAac)}, "does not decode with the reference's parameter sets"},
         {"other codec", {Join({"-c:v", "libx265", "-preset", "ultrafast", "-x265-params",
                                 "log-level=0", "-pix_fmt", "yuv420p"}, kAac)},
          "no sample of the recording is video of the reference's kind"},
@@ -266,9 +263,7 @@ TEST(RescueTest, RefusesAReferenceThatDoesNotFit) {
         EXPECT_NE(r.err.find(m.expected), std::string::npos) << r.err;
         EXPECT_NE(r.err.find("no index written"), std::string::npos) << r.err;
         EXPECT_EQ(read_file(index), "an older index\n");
-        size_t files = 0;
-        for (const auto& e : fs::directory_iterator(ws.dir().path())) files += e.is_regular_file();
-        EXPECT_EQ(files, 3u) << "a temporary index left behind";
+        expect_no_scratch_files(ws.dir().path());
     }
 }
 
